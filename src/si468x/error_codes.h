@@ -1,0 +1,81 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// Results and error codes of the driver, each said once. An operation has a base number; the step
+// that failed adds a multiple of 100. Some numbers serve two operations: the chip's firmware tells
+// them apart.
+#pragma once
+
+#include <cstdint>
+
+namespace si468x {
+
+/// What a driver operation returns: 0, or one of these.
+namespace result {
+inline constexpr std::int16_t ok = 0;
+inline constexpr std::int16_t transfer_failed = -1;  ///< bus failure, or a data or arbiter error
+inline constexpr std::int16_t refused = -2;          ///< command error or non-recoverable error
+inline constexpr std::int16_t timed_out = -3;        ///< the chip never became ready
+inline constexpr std::int16_t unfit = -4;            ///< boot failed; a list that does not fit
+inline constexpr std::int16_t wrong_state = -5;      ///< powered up into another state than asked
+inline constexpr std::int16_t invalid = -6;  ///< invalid request or index; read-back differs
+}  // namespace result
+
+/// What `Si468x_ErrorCode` holds after a failure: the operation and its step.
+enum class Error : std::uint32_t {
+  bus_init = 1,                        ///< Si468x_bus_init: the setup failed
+  bus_enable = 3,                      ///< Si468x_bus_enable: SPI0 could not be started
+  power_up = 4,                        ///< Si468x_power_up: POWER_UP failed
+  power_up_state = 104,                ///< Si468x_power_up: status 3 is not 0x80
+  load_file_open = 7,                  ///< Si468x_load_firmware: the file cannot be opened
+  load_file_empty = 107,               ///< Si468x_load_firmware: the file is empty
+  load_file_chunk = 207,               ///< Si468x_load_firmware: a chunk failed
+  load_file_read = 1007,               ///< Si468x_load_firmware: short read; + 100 a chunk
+  load_static_empty = 8,               ///< Si468x_load_firmware_static: an image of no bytes
+  load_static_chunk = 108,             ///< Si468x_load_firmware_static: a chunk failed
+  load_flash = 9,                      ///< Si468x_load_firmware_flash: the transfer failed
+  boot = 10,                           ///< Si468x_boot: BOOT failed
+  boot_state = 110,                    ///< Si468x_boot: status 3 is not 0xC0
+  chip_status = 11,                    ///< Si468x_chip_info::get_status: the transfer failed
+  sys_state = 12,                      ///< Si468x_chip_info::get_sys_state: GET_SYS_STATE failed
+  func_info = 13,                      ///< Si468x_chip_info::get_func_info: GET_FUNC_INFO failed
+  rd_reply = 14,                       ///< Si468x_rd_reply: the status read failed
+  rd_reply_status = 114,               ///< Si468x_rd_reply: the status shows an error
+  get_property = 17,                   ///< Si468x_get_property: GET_PROPERTY failed
+  set_property = 18,                   ///< Si468x_set_property: SET_PROPERTY failed
+  set_property_read_back = 118,        ///< Si468x_set_property: GET_PROPERTY failed
+  set_property_differs = 218,          ///< Si468x_set_property: another value reads back
+  get_freq_list = 19,                  ///< Si468x_DAB_get_freq_list: reading the count failed
+  get_freq_list_entries = 119,         ///< Si468x_DAB_get_freq_list: reading the list failed
+  set_freq_list = 20,                  ///< Si468x_DAB_set_freq_list: DAB_SET_FREQ_LIST failed
+  part_info = 21,                      ///< Si468x_chip_info::get_part_info: GET_PART_INFO failed
+  dab_tune = 21,                       ///< Si468x_DAB_tune_freq: DAB_TUNE_FREQ failed
+  dab_tune_timeout = 121,              ///< Si468x_DAB_tune_freq: no seek/tune complete
+  digrad_status = 22,                  ///< Si468x_DAB_digrad_status: DAB_DIGRAD_STATUS failed
+  event_status = 24,                   ///< Si468x_DAB_event_status: DAB_GET_EVENT_STATUS failed
+  start_service = 32,                  ///< Si468x_start_digital_service: it failed
+  stop_service = 33,                   ///< Si468x_stop_digital_service: it failed
+  service_data_not_ready = 34,         ///< Si468x_digital_service_data: no clear to send
+  read_reply = 56,                     ///< Si468x_read_reply: the read failed
+  send_cmd_simple = 57,                ///< Si468x_send_cmd_simple: the write failed
+  status_command_error = 58,           ///< Si468x_check_status_bits: command error
+  status_data_or_arbiter_error = 158,  ///< Si468x_check_status_bits: data or arbiter error
+  status_non_recoverable = 258,        ///< Si468x_check_status_bits: non-recoverable error
+  send_cmd_write = 59,                 ///< Si468x_send_cmd: writing the command failed
+  send_cmd_poll = 1059,                ///< Si468x_send_cmd: a status read failed; + 100 a wait
+  no_cts = 160,                        ///< Si468x_send_cmd, HOST_LOAD: no clear to send in time
+  cts_status = 260,                    ///< Si468x_send_cmd, HOST_LOAD: error status with CTS
+  send_cmd_no_buffer = 360,            ///< Si468x_send_cmd: a reply is asked for, no buffer given
+  send_cmd_reply = 460,                ///< Si468x_send_cmd: reading the reply failed
+  send_cmd_reply_status = 560,         ///< Si468x_send_cmd: the reply's status shows an error
+  tune_save = 65,                      ///< Si468x_DAB_tune_freq_save: the tune failed
+  tune_save_status = 165,              ///< Si468x_DAB_tune_freq_save: the status read failed
+  tune_save_events = 265,              ///< Si468x_DAB_tune_freq_save: an event read failed
+  tune_save_no_list = 365,             ///< Si468x_DAB_tune_freq_save: no stable service list
+};
+
+/// The code of an operation that counts its steps: 100 more for each.
+constexpr Error numbered(Error first, std::uint32_t step) {
+  return static_cast<Error>(static_cast<std::uint32_t>(first) + 100 * step);
+}
+
+}  // namespace si468x
