@@ -95,9 +95,10 @@ std::int16_t Si468x_send_cmd(std::uint8_t* cmd, std::uint8_t* reply, std::uint16
   if (exchange_cleared(reply, reply_len) != 0) {
     return failed(Error::send_cmd_reply, result::transfer_failed);
   }
-  // A reply too short for the status bytes cannot complain.
-  if (reply_len <= status_3) return result::ok;
-  return judge_status(reply, Error::send_cmd_reply_status);
+  // A reply may be shorter than the status bytes: those that it lacks do not complain.
+  std::array<std::uint8_t, reply_data> judged{};
+  std::copy_n(reply, std::min<std::size_t>(reply_len, judged.size()), judged.begin());
+  return judge_status(judged.data(), Error::send_cmd_reply_status);
 }
 
 std::int16_t Si468x_rd_reply(std::uint8_t* status) {
@@ -141,7 +142,11 @@ std::int16_t Si468x_min(std::int16_t a, std::int16_t b) { return std::min(a, b);
 void Si468x_clear_array(std::uint8_t* a, std::uint16_t n) { std::fill_n(a, n, std::uint8_t{0}); }
 
 void Si468x_byte_array_copy(std::uint8_t* dst, std::uint8_t* src, std::uint16_t n) {
-  std::copy_backward(src, src + n, dst + n);
+  // Not the library's copy: overlapping arrays get what this order gives.
+  while (n > 0) {
+    --n;
+    dst[n] = src[n];
+  }
 }
 
 void Si468x_hex_print(std::uint8_t* a, std::uint16_t n, char* label) {
