@@ -1,0 +1,176 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// FM tuning, seeking and signal quality.
+#include <algorithm>
+#include <array>
+
+#include "sim/fm_reception.h"
+
+namespace sim {
+namespace {
+
+using namespace std::chrono_literals;
+
+constexpr std::uint32_t unit_khz = 10;
+constexpr std::uint32_t lowest_khz = 64000;
+constexpr std::uint32_t highest_khz = 108000;
+constexpr std::uint32_t pull_khz = 100;
+
+constexpr Time tune_time = 60ms;
+constexpr Time seek_step_time = 15ms;
+
+constexpr std::uint16_t seek_bottom = 0x3100;
+constexpr std::uint16_t seek_top = 0x3101;
+constexpr std::uint16_t seek_spacing = 0x3102;
+constexpr std::uint16_t lowest_valid_rssi = 0x3202;
+constexpr std::uint16_t lowest_valid_snr = 0x3204;
+
+const Fm_station* station_at(const Air& air, std::uint32_t khz) {
+  const auto found = std::ranges::find(air.stations, khz, &Fm_station::khz);
+  return found != air.stations.end() ? &*found : nullptr;
+}
+
+bool is_receivable(const Chip_state& state, const Fm_station& station) {
+  return station.rssi_dbuv >= property(state, lowest_valid_rssi) &&
+         station.snr_db >= property(state, lowest_valid_snr);
+}
+
+Refusal fm_tune(Chip& chip, Frame frame) {
+  if (frame[1] != 0 || !is_all_zero(frame.subspan(4))) {
+    return "injection and antenna capacitor are not automatic";
+  }
+  const std::uint32_t khz = number_at(frame, 2, 2) * unit_khz;
+  if (khz < lowest_khz || khz > highest_khz) {
+    return "frequency out of the tuner's range";
+  }
+  begin_tune(chip, khz, tune_time);
+  return nullptr;
+}
+
+/// The raster channel from which a seek's first step goes: one on which `khz` lies, or the one just
+/// behind it as seen in the direction of the seek.
+std::uint32_t seek_start(std::uint32_t khz, std::uint32_t bottom, std::uint32_t top,
+                         std::uint32_t spacing, bool is_up) {
+  const std::uint32_t offset = std::clamp(khz, bottom, top) - bottom;
+  return bottom + (offset + (is_up ? 0 : spacing - 1)) / spacing * spacing;
+}
+
+Refusal fm_seek(Chip& chip, Frame frame) {
+  constexpr std::uint8_t wraps = 0x01;
+  constexpr std::uint8_t downwards = 0x02;
+  if (frame[1] != 0 || (frame[2] & ~unsigned{wraps | downwards}) != 0 ||
+      !is_all_zero(frame.subspan(3))) {
+    return "reserved argument bits are set or the antenna capacitor is not automatic";
+  }
+  const bool is_up = (frame[2] & downwards) == 0;
+  const std::uint32_t bottom = property(chip.state, seek_bottom) * unit_khz;
+  const std::uint32_t top = property(chip.state, seek_top) * unit_khz;
+  const std::uint32_t spacing =
+      std::max<std::uint32_t>(property(chip.state, seek_spacing), 1) * unit_khz;
+  if (bottom > top) {
+    return "the seek band is empty";
+  }
+  const std::uint32_t highest = bottom + (top - bottom) / spacing * spacing;
+  std::uint32_t khz = seek_start(chip.state.khz, bottom, highest, spacing, is_up);
+  bool has_hit_limit = false;
+  std::uint32_t steps = 0;
+  for (const std::uint32_t channels = (highest - bottom) / spacing + 1; steps < channels;) {
+    if (khz == (is_up ? highest : bottom)) {
+      has_hit_limit = true;
+      if ((frame[2] & wraps) == 0) {
+        break;
+      }
+      khz = is_up ? bottom : highest;
+    } else {
+      khz = is_up ? khz + spacing : khz - spacing;
+    }
+    ++steps;
+    const Fm_station* const station = station_at(chip.air, khz);
+    if (station != nullptr && is_receivable(chip.state, *station)) {
+      break;
+    }
+  }
+  begin_tune(chip, khz, seek_step_time * (steps + 1));
+  chip.state.has_hit_band_limit = has_hit_limit;
+  return nullptr;
+}
+
+Refusal rsq_status(Chip& chip, Frame frame) {
+  constexpr std::uint8_t acknowledge_quality = 0x08;
+  constexpr std::uint8_t acknowledge_complete = 0x01;
+  constexpr std::uint8_t reserved_interrupts = 0xF0;
+  constexpr std::uint8_t reserved_states = 0x4C;
+  constexpr std::uint8_t high_snr_db = 30;
+  constexpr std::uint8_t low_snr_db = 6;
+  constexpr std::uint8_t high_rssi_dbuv = 60;
+  constexpr std::uint8_t low_rssi_dbuv = 15;
+  constexpr std::uint8_t hd_threshold = 50;
+  constexpr std::uint8_t hd_filter_loss = 3;
+  if ((frame[1] & ~unsigned{acknowledge_quality | acknowledge_complete}) != 0) {
+    return "reserved argument bits are set";
+  }
+  Chip_state& state = chip.state;
+  const Fm_reception here = fm_reception(chip);
+  const Fm_station& station = here.station;
+  const bool is_complete = is_tune_complete(chip);
+  const bool is_new = is_complete && is_pending(chip, state.complete_at, state.signal_seen_at);
+  const auto filtered_hd =
+      static_cast<std::uint8_t>(station.hd_level - std::min(station.hd_level, hd_filter_loss));
+  auto& out = chip.reply;
+  out.push_back(join(reserved_interrupts, flag(is_new && station.snr_db >= high_snr_db, 3),
+                     flag(is_new && station.snr_db <= low_snr_db, 2),
+                     flag(is_new && station.rssi_dbuv >= high_rssi_dbuv, 1),
+                     flag(is_new && station.rssi_dbuv <= low_rssi_dbuv, 0)));
+  out.push_back(join(reserved_states, flag(is_complete && state.has_hit_band_limit, 7),
+                     flag(is_complete && station.hd_level >= hd_threshold, 5),
+                     flag(is_complete && filtered_hd >= hd_threshold, 4),
+                     flag(is_complete && here.is_beside_station, 1), flag(here.is_valid, 0)));
+  append(out, state.khz / unit_khz, 2);
+  out.push_back(static_cast<std::uint8_t>(station.offset));
+  out.push_back(station.rssi_dbuv);
+  out.push_back(station.snr_db);
+  out.push_back(station.multipath);
+  append(out, station.antenna_cap, 2);
+  out.push_back(reserved_byte);
+  out.push_back(station.hd_level);
+  out.push_back(filtered_hd);
+  out.insert(out.end(), 5, reserved_byte);
+
+  if ((frame[1] & acknowledge_quality) != 0) {
+    state.signal_seen_at = chip.now();
+  }
+  state.is_complete_acknowledged =
+      state.is_complete_acknowledged || (frame[1] & acknowledge_complete) != 0;
+  return nullptr;
+}
+
+constexpr auto commands = std::to_array<Command>({
+    {0x30, "FM_TUNE_FREQ", 7, 7, in_fmhd, 30us, fm_tune},
+    {0x31, "FM_SEEK_START", 6, 6, in_fmhd, 30us, fm_seek},
+    {0x32, "FM_RSQ_STATUS", 2, 2, in_fmhd, 0us, rsq_status},
+});
+
+}  // namespace
+
+std::span<const Command> fm_commands() { return commands; }
+
+Fm_reception fm_reception(const Chip& chip) {
+  const Chip_state& state = chip.state;
+  Fm_reception here;
+  here.station.rssi_dbuv = state.is_tuned ? noise_dbuv(state.khz) : std::uint8_t{0};
+  here.station.has_rds = false;
+  if (!is_tune_complete(chip)) {
+    return here;
+  }
+  if (const Fm_station* const station = station_at(chip.air, state.khz)) {
+    here.station = *station;
+    here.is_valid = is_receivable(state, *station);
+    return here;
+  }
+  here.is_beside_station = std::ranges::any_of(chip.air.stations, [&state](const auto& station) {
+    return station.khz < state.khz + pull_khz && state.khz < station.khz + pull_khz;
+  });
+  return here;
+}
+
+}  // namespace sim

@@ -1,0 +1,46 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// A device for driver tests that answers from a script: one byte vector for
+// each chip-select frame, whatever the host sends. What it was sent is in the
+// board's event log.
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <vector>
+
+#include "sim/spi_device.h"
+
+namespace sim {
+
+/// Byte i of the frame's MISO is byte i of the frame's answer, zero beyond its
+/// end. A frame takes the next queued answer, or the default one when the queue
+/// is empty. Usage: `chip.answer({0, 0x80, 0, 0, 0xC0}); sim::attach(chip);`
+class Scripted_device final : public Spi_device {
+ public:
+  /// Queue the answer to one frame, reads and command writes alike.
+  Scripted_device& answer(std::vector<std::uint8_t> bytes);
+
+  /// Queue the same answer for `frames` frames.
+  Scripted_device& answer(std::vector<std::uint8_t> bytes, std::size_t frames);
+
+  /// The answer to every frame that finds the queue empty; at first all zeros.
+  Scripted_device& by_default(std::vector<std::uint8_t> bytes);
+
+  /// Answers still queued.
+  [[nodiscard]] std::size_t left() const { return queue_.size(); }
+
+  void select() override;
+  std::uint8_t exchange(std::uint8_t mosi) override;
+  void deselect() override;
+  void reset_line(bool high) override;
+
+ private:
+  std::deque<std::vector<std::uint8_t>> queue_;
+  std::vector<std::uint8_t> default_;
+  std::vector<std::uint8_t> current_;
+  std::size_t position_ = 0;
+};
+
+}  // namespace sim
