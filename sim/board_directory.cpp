@@ -23,23 +23,9 @@ constexpr mode_t file_mode = 0600;
 // A state is some 2 KB; a file that is larger is no state and is not read to its end.
 constexpr std::size_t most_state_bytes = 16 * std::size_t{1024};
 
-/// A file descriptor that is closed when it goes out of scope.
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) {
-      (void)::close(number_);
-    }
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int get() const { return number_; }
-  [[nodiscard]] bool is_open() const { return number_ >= 0; }
-
- private:
-  int number_;
-};
+void complain(const std::filesystem::path& path, const char* what) {
+  (void)std::fprintf(stderr, "kestrel-sim: board directory %s: %s\n", path.c_str(), what);
+}
 
 bool write_all(int descriptor, std::string_view text) {
   while (!text.empty()) {
@@ -73,19 +59,24 @@ std::string read_all(int descriptor, std::size_t most) {
 
 }  // namespace
 
-Board_directory::Board_directory(const std::filesystem::path& path) : path_(path) {
+Descriptor::~Descriptor() {
+  if (number_ >= 0) {
+    (void)::close(number_);
+  }
+}
+
+Board_directory::Board_directory(const std::filesystem::path& path)
+    : path_(path), directory_(open_or_make(path)) {}
+
+Descriptor Board_directory::open_or_make(const std::filesystem::path& path) {
   if (::mkdir(path.c_str(), directory_mode) != 0 && errno != EEXIST) {
-    complain(std::strerror(errno));
-    return;
+    complain(path, std::strerror(errno));
+    return Descriptor(-1);
   }
-  descriptor_ = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-  if (descriptor_ < 0) {
-    complain(std::strerror(errno));
-    return;
-  }
+  Descriptor directory(::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
   struct stat status {};
   const char* fault = nullptr;
-  if (::fstat(descriptor_, &status) != 0) {
+  if (!directory.is_open() || ::fstat(directory.get(), &status) != 0) {
     fault = std::strerror(errno);
   } else if (status.st_uid != ::geteuid()) {
     fault = "it belongs to another user";
@@ -93,32 +84,27 @@ Board_directory::Board_directory(const std::filesystem::path& path) : path_(path
     fault = "others may write in it";
   }
   if (fault != nullptr) {
-    complain(fault);
-    (void)::close(descriptor_);
-    descriptor_ = -1;
+    complain(path, fault);
+    return Descriptor(-1);
   }
-}
-
-Board_directory::~Board_directory() {
-  if (descriptor_ >= 0) {
-    (void)::close(descriptor_);
-  }
+  return directory;
 }
 
 bool Board_directory::is_new() const {
   struct stat status {};
-  return ::fstatat(descriptor_, state_name, &status, AT_SYMLINK_NOFOLLOW) != 0 && errno == ENOENT;
+  return ::fstatat(directory_.get(), state_name, &status, AT_SYMLINK_NOFOLLOW) != 0 &&
+         errno == ENOENT;
 }
 
 std::optional<Saved_state> Board_directory::load() const {
   const Descriptor file(
-      ::openat(descriptor_, state_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
+      ::openat(directory_.get(), state_name, O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
   if (!file.is_open() && errno == ENOENT) {
     return std::nullopt;
   }
   auto state = parse_state(file.is_open() ? read_all(file.get(), most_state_bytes) : std::string());
   if (!state) {
-    complain("its state file is damaged or foreign; the receiver is in reset");
+    complain(path_, "its state file is damaged or foreign; the receiver is in reset");
   }
   return state;
 }
@@ -126,15 +112,16 @@ std::optional<Saved_state> Board_directory::load() const {
 void Board_directory::save(const Saved_state& state) {
   bool is_saved = false;
   {
-    const Descriptor file(::openat(descriptor_, new_state_name,
+    const Descriptor file(::openat(directory_.get(), new_state_name,
                                    O_WRONLY | O_CREAT | O_TRUNC | O_NOFOLLOW | O_CLOEXEC,
                                    file_mode));
     is_saved = file.is_open() && write_all(file.get(), serialise(state));
   }
-  is_saved = is_saved && ::renameat(descriptor_, new_state_name, descriptor_, state_name) == 0;
+  is_saved =
+      is_saved && ::renameat(directory_.get(), new_state_name, directory_.get(), state_name) == 0;
   if (!is_saved && !has_complained_) {
     has_complained_ = true;
-    complain(std::strerror(errno));
+    complain(path_, std::strerror(errno));
   }
 }
 
@@ -143,13 +130,13 @@ void Board_directory::make_files(const std::map<std::string, std::string>& files
     for (std::size_t slash = path.find('/', 1); slash != std::string::npos;
          slash = path.find('/', slash + 1)) {
       // One that exists already is as good; any other failure shows when the file is made.
-      (void)::mkdirat(descriptor_, path.substr(1, slash - 1).c_str(), directory_mode);
+      (void)::mkdirat(directory_.get(), path.substr(1, slash - 1).c_str(), directory_mode);
     }
-    const Descriptor file(::openat(descriptor_, path.c_str() + 1,
+    const Descriptor file(::openat(directory_.get(), path.c_str() + 1,
                                    O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                    file_mode));
     if (file.is_open() ? !write_all(file.get(), content) : errno != EEXIST) {
-      complain(std::strerror(errno));
+      complain(path_, std::strerror(errno));
     }
   }
 }
@@ -157,16 +144,13 @@ void Board_directory::make_files(const std::map<std::string, std::string>& files
 std::FILE* Board_directory::open_file(const std::string& path, const char* mode) const {
   // The program only reads these files; a path that climbs out of the board is none of them.
   const bool is_inside = path.starts_with('/') && path.find("..") == std::string::npos;
-  const int file = is_inside ? ::openat(descriptor_, path.c_str() + 1, O_RDONLY | O_CLOEXEC) : -1;
+  const int file =
+      is_inside ? ::openat(directory_.get(), path.c_str() + 1, O_RDONLY | O_CLOEXEC) : -1;
   std::FILE* const stream = file >= 0 ? ::fdopen(file, mode) : nullptr;
   if (stream == nullptr && file >= 0) {
     (void)::close(file);
   }
   return stream;
-}
-
-void Board_directory::complain(const char* what) const {
-  (void)std::fprintf(stderr, "kestrel-sim: board directory %s: %s\n", path_.c_str(), what);
 }
 
 }  // namespace sim

@@ -10,10 +10,28 @@
 #include <map>
 #include <optional>
 #include <string>
+#include <utility>
 
 #include "sim/chip_state.h"
 
 namespace sim {
+
+/// A file descriptor that is closed when its owner goes; negative when opening failed.
+class Descriptor {
+ public:
+  explicit Descriptor(int number) : number_(number) {}
+  ~Descriptor();
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  Descriptor(Descriptor&& other) noexcept : number_(std::exchange(other.number_, -1)) {}
+  Descriptor& operator=(Descriptor&&) = delete;
+
+  [[nodiscard]] int get() const { return number_; }
+  [[nodiscard]] bool is_open() const { return number_ >= 0; }
+
+ private:
+  int number_;
+};
 
 class Board_directory {
  public:
@@ -21,11 +39,8 @@ class Board_directory {
   /// on standard error and is_open() false when it is a symbolic link, no
   /// directory, another user's, or writable by others.
   explicit Board_directory(const std::filesystem::path& path);
-  ~Board_directory();
-  Board_directory(const Board_directory&) = delete;
-  Board_directory& operator=(const Board_directory&) = delete;
 
-  [[nodiscard]] bool is_open() const { return descriptor_ >= 0; }
+  [[nodiscard]] bool is_open() const { return directory_.is_open(); }
 
   /// The saved state; nothing when there is none. A damaged or foreign state file
   /// counts as none, with one line on standard error.
@@ -45,10 +60,10 @@ class Board_directory {
   [[nodiscard]] std::FILE* open_file(const std::string& path, const char* mode) const;
 
  private:
-  void complain(const char* what) const;
+  static Descriptor open_or_make(const std::filesystem::path& path);
 
   std::filesystem::path path_;
-  int descriptor_ = -1;
+  Descriptor directory_;
   bool has_complained_ = false;
 };
 

@@ -90,10 +90,7 @@ std::vector<Service> home_services() {
       audio(0x43B8, "The \"Loud\" Hour", 11, 16, {"Request line open: 555 0193"}),
       mpeg,
       local,
-      audio(0x43BB,
-            "Kultur Gr\x99"  // EBU Latin u with diaeresis
-            "ntal",
-            7, 24),
+      audio(0x43BB, "Kultur Gruental", 7, 24),
       pay,
       data(0xE1400101, "Seegrund Karte",
            {.transport = Transport::packet,

@@ -37,6 +37,17 @@ bool is_tune_complete(const Chip& chip) {
   return state.is_tuned && !state.has_tune_failed && chip.now() >= state.complete_at;
 }
 
+void acknowledge_signal(Chip& chip, Frame frame) {
+  constexpr std::uint8_t interrupts = 0x08;
+  constexpr std::uint8_t complete = 0x01;
+  if ((frame[1] & interrupts) != 0) {
+    chip.state.signal_seen_at = chip.now();
+  }
+  if ((frame[1] & complete) != 0) {
+    chip.state.is_complete_acknowledged = true;
+  }
+}
+
 bool is_pending(const Chip& chip, Time at, Time seen) { return at <= chip.now() && at > seen; }
 
 void append(std::vector<std::uint8_t>& to, std::uint64_t value, std::size_t bytes) {

@@ -46,7 +46,8 @@ enum Accepted_in : std::uint8_t {
 struct Command {
   std::uint8_t opcode;
   const char* name;
-  std::size_t shortest;  ///< frame bytes
+  std::uint8_t argument_bits;  ///< bits that byte 1 may have; the others are reserved
+  std::size_t shortest;        ///< frame bytes
   std::size_t longest;
   std::uint8_t accepted_in;
   std::chrono::microseconds busy;  ///< until clear-to-send
@@ -75,6 +76,10 @@ void begin_tune(Chip& chip, std::uint32_t khz, Time duration);
 
 /// The last tune or seek has completed.
 [[nodiscard]] bool is_tune_complete(const Chip& chip);
+
+/// The acknowledgements that a signal status command carries in its first argument:
+/// bit 3 for the signal's interrupts, bit 0 for the completed tune.
+void acknowledge_signal(Chip& chip, Frame frame);
 
 /// Something that happened at `at` has not been acknowledged since: `seen` is
 /// the time of the last acknowledgement.

@@ -171,12 +171,17 @@ std::string checksum_line(std::string_view text) {
   return std::string(checksum_word) + digits.data() + '\n';
 }
 
+// No tune and no command takes longer.
+constexpr Time longest_work = std::chrono::minutes(1);
+
 /// Values that are each in range may still contradict each other.
-bool is_possible(const Chip_state& chip) {
+bool is_possible(const Saved_state& state) {
+  const Chip_state& chip = state.chip;
   const bool is_running = chip.phase == Phase::running;
   return chip.reset_high == (chip.phase != Phase::reset) &&
          is_running == (chip.firmware != Firmware::none) && (is_running || !chip.is_tuned) &&
-         (chip.is_tuned || !chip.is_playing);
+         (chip.is_tuned || !chip.is_playing) && chip.busy_until <= state.now + longest_work &&
+         chip.tuned_at <= chip.complete_at && chip.complete_at <= chip.tuned_at + longest_work;
 }
 
 }  // namespace
@@ -200,7 +205,7 @@ std::optional<Saved_state> parse_state(std::string_view text) {
   Saved_state state;
   Reader reader(body.substr(first_line.size()));
   visit_values(state, reader);
-  if (!reader.is_whole() || !is_possible(state.chip)) {
+  if (!reader.is_whole() || !is_possible(state)) {
     return std::nullopt;
   }
   return state;

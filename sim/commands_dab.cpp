@@ -56,8 +56,8 @@ After_tune fic_error(const Ensemble& ensemble) {
 }
 
 Refusal tune_freq(Chip& chip, Frame frame) {
-  if (!is_all_zero(frame.subspan(3)) || frame[1] != 0) {
-    return "injection and antenna capacitor are not automatic";
+  if (!is_all_zero(frame.subspan(3))) {
+    return "the antenna capacitor is not automatic";
   }
   if (frame[2] >= chip.state.frequencies.size()) {
     return "index beyond the frequency list";
@@ -89,10 +89,7 @@ Refusal set_freq_list(Chip& chip, Frame frame) {
   return nullptr;
 }
 
-Refusal get_freq_list(Chip& chip, Frame frame) {
-  if (frame[1] != 0) {
-    return "argument is not 0";
-  }
+Refusal get_freq_list(Chip& chip, Frame /*frame*/) {
   const auto& list = chip.state.frequencies;
   chip.reply = {static_cast<std::uint8_t>(list.size()), reserved_byte, reserved_byte,
                 reserved_byte};
@@ -103,16 +100,11 @@ Refusal get_freq_list(Chip& chip, Frame frame) {
 }
 
 Refusal digrad_status(Chip& chip, Frame frame) {
-  constexpr std::uint8_t acknowledge_signal = 0x08;
-  constexpr std::uint8_t acknowledge_complete = 0x01;
   constexpr std::uint16_t rssi_high = 0xB201;
   constexpr std::uint16_t rssi_low = 0xB202;
   constexpr std::uint8_t reserved_interrupts = 0xE0;
   constexpr std::uint8_t reserved_states = 0xE2;
-  if ((frame[1] & ~unsigned{acknowledge_signal | acknowledge_complete}) != 0) {
-    return "reserved argument bits are set";
-  }
-  Chip_state& state = chip.state;
+  const Chip_state& state = chip.state;
   const Ensemble silence = {.rssi_dbuv = noise_dbuv(state.khz)};
   const Ensemble* const signal = received(chip);
   const Ensemble& here = signal != nullptr ? *signal : silence;
@@ -148,20 +140,13 @@ Refusal digrad_status(Chip& chip, Frame frame) {
   append(out, is_acquired ? here.cu_level : 0U, 2);
   out.push_back(here.fast_detect);
 
-  if ((frame[1] & acknowledge_signal) != 0) {
-    state.signal_seen_at = chip.now();
-  }
-  state.is_complete_acknowledged =
-      state.is_complete_acknowledged || (frame[1] & acknowledge_complete) != 0;
+  acknowledge_signal(chip, frame);
   return nullptr;
 }
 
 Refusal event_status(Chip& chip, Frame frame) {
   constexpr std::uint8_t reserved_interrupts = 0x34;
   constexpr std::uint8_t reserved_states = 0xFC;
-  if (frame[1] > 1) {
-    return "reserved argument bits are set";
-  }
   const Ensemble silence;
   const Ensemble* const signal = received(chip);
   const Ensemble& here = signal != nullptr ? *signal : silence;
@@ -203,12 +188,12 @@ Refusal get_time(Chip& chip, Frame frame) {
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {0xB0, "DAB_TUNE_FREQ", 6, 6, in_dab, 30us, tune_freq},
-    {0xB2, "DAB_DIGRAD_STATUS", 2, 2, in_dab, 0us, digrad_status},
-    {0xB3, "DAB_GET_EVENT_STATUS", 2, 2, in_dab, 0us, event_status},
-    {0xB8, "DAB_SET_FREQ_LIST", 4, 4 + 4 * max_frequencies, in_dab, 60us, set_freq_list},
-    {0xB9, "DAB_GET_FREQ_LIST", 2, 2, in_dab, 0us, get_freq_list},
-    {0xBC, "DAB_GET_TIME", 2, 2, in_dab, 0us, get_time},
+    {0xB0, "DAB_TUNE_FREQ", 0x00, 6, 6, in_dab, 30us, tune_freq},
+    {0xB2, "DAB_DIGRAD_STATUS", 0x09, 2, 2, in_dab, 0us, digrad_status},
+    {0xB3, "DAB_GET_EVENT_STATUS", 0x01, 2, 2, in_dab, 0us, event_status},
+    {0xB8, "DAB_SET_FREQ_LIST", 0xFF, 4, 4 + 4 * max_frequencies, in_dab, 60us, set_freq_list},
+    {0xB9, "DAB_GET_FREQ_LIST", 0x00, 2, 2, in_dab, 0us, get_freq_list},
+    {0xBC, "DAB_GET_TIME", 0x01, 2, 2, in_dab, 0us, get_time},
 });
 
 }  // namespace

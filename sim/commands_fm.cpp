@@ -36,8 +36,8 @@ bool is_receivable(const Chip_state& state, const Fm_station& station) {
 }
 
 Refusal fm_tune(Chip& chip, Frame frame) {
-  if (frame[1] != 0 || !is_all_zero(frame.subspan(4))) {
-    return "injection and antenna capacitor are not automatic";
+  if (!is_all_zero(frame.subspan(4))) {
+    return "the antenna capacitor is not automatic";
   }
   const std::uint32_t khz = number_at(frame, 2, 2) * unit_khz;
   if (khz < lowest_khz || khz > highest_khz) {
@@ -58,8 +58,7 @@ std::uint32_t seek_start(std::uint32_t khz, std::uint32_t bottom, std::uint32_t 
 Refusal fm_seek(Chip& chip, Frame frame) {
   constexpr std::uint8_t wraps = 0x01;
   constexpr std::uint8_t downwards = 0x02;
-  if (frame[1] != 0 || (frame[2] & ~unsigned{wraps | downwards}) != 0 ||
-      !is_all_zero(frame.subspan(3))) {
+  if ((frame[2] & ~unsigned{wraps | downwards}) != 0 || !is_all_zero(frame.subspan(3))) {
     return "reserved argument bits are set or the antenna capacitor is not automatic";
   }
   const bool is_up = (frame[2] & downwards) == 0;
@@ -96,8 +95,6 @@ Refusal fm_seek(Chip& chip, Frame frame) {
 }
 
 Refusal rsq_status(Chip& chip, Frame frame) {
-  constexpr std::uint8_t acknowledge_quality = 0x08;
-  constexpr std::uint8_t acknowledge_complete = 0x01;
   constexpr std::uint8_t reserved_interrupts = 0xF0;
   constexpr std::uint8_t reserved_states = 0x4C;
   constexpr std::uint8_t high_snr_db = 30;
@@ -106,10 +103,7 @@ Refusal rsq_status(Chip& chip, Frame frame) {
   constexpr std::uint8_t low_rssi_dbuv = 15;
   constexpr std::uint8_t hd_threshold = 50;
   constexpr std::uint8_t hd_filter_loss = 3;
-  if ((frame[1] & ~unsigned{acknowledge_quality | acknowledge_complete}) != 0) {
-    return "reserved argument bits are set";
-  }
-  Chip_state& state = chip.state;
+  const Chip_state& state = chip.state;
   const Fm_reception here = fm_reception(chip);
   const Fm_station& station = here.station;
   const bool is_complete = is_tune_complete(chip);
@@ -136,18 +130,14 @@ Refusal rsq_status(Chip& chip, Frame frame) {
   out.push_back(filtered_hd);
   out.insert(out.end(), 5, reserved_byte);
 
-  if ((frame[1] & acknowledge_quality) != 0) {
-    state.signal_seen_at = chip.now();
-  }
-  state.is_complete_acknowledged =
-      state.is_complete_acknowledged || (frame[1] & acknowledge_complete) != 0;
+  acknowledge_signal(chip, frame);
   return nullptr;
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {0x30, "FM_TUNE_FREQ", 7, 7, in_fmhd, 30us, fm_tune},
-    {0x31, "FM_SEEK_START", 6, 6, in_fmhd, 30us, fm_seek},
-    {0x32, "FM_RSQ_STATUS", 2, 2, in_fmhd, 0us, rsq_status},
+    {0x30, "FM_TUNE_FREQ", 0x00, 7, 7, in_fmhd, 30us, fm_tune},
+    {0x31, "FM_SEEK_START", 0x00, 6, 6, in_fmhd, 30us, fm_seek},
+    {0x32, "FM_RSQ_STATUS", 0x09, 2, 2, in_fmhd, 0us, rsq_status},
 });
 
 }  // namespace

@@ -54,9 +54,6 @@ const Property* find_property(const Chip_state& state, std::uint32_t id) {
 }
 
 Refusal set_property(Chip& chip, Frame frame) {
-  if (frame[1] != 0) {
-    return "argument is not 0";
-  }
   const Property* const row = find_property(chip.state, number_at(frame, 2, 2));
   if (row == nullptr) {
     return "no such property";
@@ -82,8 +79,8 @@ Refusal get_property(Chip& chip, Frame frame) {
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {0x13, "SET_PROPERTY", 6, 6, in_firmware, 30us, set_property},
-    {0x14, "GET_PROPERTY", 4, 4, in_firmware, 0us, get_property},
+    {0x13, "SET_PROPERTY", 0x00, 6, 6, in_firmware, 30us, set_property},
+    {0x14, "GET_PROPERTY", 0x01, 4, 4, in_firmware, 0us, get_property},
 });
 
 }  // namespace

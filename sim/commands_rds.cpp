@@ -143,9 +143,6 @@ Refusal rds_status(Chip& chip, Frame frame) {
   constexpr std::uint8_t reserved_states = 0xE4;
   constexpr std::uint8_t reserved_programme = 0xC0;
   constexpr std::size_t reply_bytes = 16;
-  if ((frame[1] & ~unsigned{acknowledge | empty_fifo | status_only}) != 0) {
-    return "reserved argument bits are set";
-  }
   Chip_state& state = chip.state;
   const Rds now = rds(chip);
   const Fm_station& station = now.station;
@@ -184,7 +181,7 @@ Refusal rds_status(Chip& chip, Frame frame) {
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {0x34, "FM_RDS_STATUS", 2, 2, in_fmhd, 0us, rds_status},
+    {0x34, "FM_RDS_STATUS", 0x07, 2, 2, in_fmhd, 0us, rds_status},
 });
 
 }  // namespace

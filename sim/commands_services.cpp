@@ -46,10 +46,7 @@ std::vector<std::uint8_t> list_entry(const Service& service) {
   return entry;
 }
 
-Refusal get_service_list(Chip& chip, Frame frame) {
-  if (frame[1] != 0) {
-    return "argument is not 0";
-  }
+Refusal get_service_list(Chip& chip, Frame /*frame*/) {
   const Ensemble* const ensemble = listed_ensemble(chip);
   std::vector<std::uint8_t> list;
   append(list, ensemble != nullptr ? ensemble->list_version : 0U, 2);
@@ -153,15 +150,12 @@ std::vector<std::uint8_t> text_payload(const Service& service, std::uint32_t pac
   return payload;
 }
 
-Refusal get_service_data(Chip& chip, Frame frame) {
+Refusal get_service_data(Chip& chip, Frame /*frame*/) {
   constexpr std::uint8_t reserved_flags = 0xFC;
   constexpr std::uint8_t source_text = 2;
   constexpr std::uint8_t source_data = 1;
   constexpr std::uint8_t state_playing = 1;
   constexpr std::uint8_t state_stopped = 0;
-  if (frame[1] != 0) {
-    return "argument is not 0";
-  }
   Chip_state& state = chip.state;
   const Service* const service = playing_service(chip);
   const std::uint32_t arrived = packets_arrived(chip);
@@ -196,10 +190,10 @@ Refusal get_service_data(Chip& chip, Frame frame) {
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {0x80, "GET_DIGITAL_SERVICE_LIST", 2, 2, in_dab, 40us, get_service_list},
-    {0x81, "START_DIGITAL_SERVICE", 12, 12, in_dab, 80us, start_service},
-    {0x82, "STOP_DIGITAL_SERVICE", 12, 12, in_dab, 80us, stop_service},
-    {0x84, "GET_DIGITAL_SERVICE_DATA", 2, 2, in_dab, 25us, get_service_data},
+    {0x80, "GET_DIGITAL_SERVICE_LIST", 0x00, 2, 2, in_dab, 40us, get_service_list},
+    {0x81, "START_DIGITAL_SERVICE", 0x01, 12, 12, in_dab, 80us, start_service},
+    {0x82, "STOP_DIGITAL_SERVICE", 0x01, 12, 12, in_dab, 80us, stop_service},
+    {0x84, "GET_DIGITAL_SERVICE_DATA", 0x00, 2, 2, in_dab, 25us, get_service_data},
 });
 
 }  // namespace

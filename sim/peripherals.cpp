@@ -22,7 +22,9 @@ namespace {
 /// bcm2835_peri_*, and what they hold is in the controller.
 std::array<volatile std::uint32_t, sim::Spi0::words> register_block{};
 
-volatile std::uint32_t* unmapped() { return static_cast<volatile std::uint32_t*>(MAP_FAILED); }
+volatile std::uint32_t* unmapped() noexcept {
+  return static_cast<volatile std::uint32_t*>(MAP_FAILED);
+}
 
 }  // namespace
 

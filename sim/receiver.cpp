@@ -141,6 +141,9 @@ Refusal Receiver::check(const Command* command) const {
   if (frame_.size() < command->shortest || frame_.size() > command->longest) {
     return "wrong length";
   }
+  if ((frame_[1] & ~unsigned{command->argument_bits}) != 0) {
+    return "reserved bits of the first argument are set";
+  }
   return mishap_ == Mishap::refused ? "an injected fault" : nullptr;
 }
 

@@ -12,7 +12,8 @@ Scripted_device& Scripted_device::answer(std::vector<std::uint8_t> bytes) {
   return *this;
 }
 
-Scripted_device& Scripted_device::answer(std::vector<std::uint8_t> bytes, std::size_t frames) {
+Scripted_device& Scripted_device::answer(const std::vector<std::uint8_t>& bytes,
+                                         std::size_t frames) {
   queue_.insert(queue_.end(), frames, bytes);
   return *this;
 }

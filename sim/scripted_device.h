@@ -23,7 +23,7 @@ class Scripted_device final : public Spi_device {
   Scripted_device& answer(std::vector<std::uint8_t> bytes);
 
   /// Queue the same answer for `frames` frames.
-  Scripted_device& answer(std::vector<std::uint8_t> bytes, std::size_t frames);
+  Scripted_device& answer(const std::vector<std::uint8_t>& bytes, std::size_t frames);
 
   /// The answer to every frame that finds the queue empty; at first all zeros.
   Scripted_device& by_default(std::vector<std::uint8_t> bytes);

@@ -19,6 +19,8 @@ class Spi_device {
   Spi_device() = default;
   Spi_device(const Spi_device&) = delete;
   Spi_device& operator=(const Spi_device&) = delete;
+  Spi_device(Spi_device&&) = delete;
+  Spi_device& operator=(Spi_device&&) = delete;
   virtual ~Spi_device() = default;
 
   /// Chip select goes active: a frame begins.

@@ -27,6 +27,8 @@ class World {
   ~World();
   World(const World&) = delete;
   World& operator=(const World&) = delete;
+  World(World&&) = delete;
+  World& operator=(World&&) = delete;
 
   /// False when the board's directory cannot be used: there is no board then.
   [[nodiscard]] bool is_usable() const { return directory_ == nullptr || directory_->is_open(); }

@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// Power-up, loading and boot: what the chip is sent, when, and how each step fails.
+#include "si468x/boot.h"
+
+#include <unistd.h>
+
+#include <filesystem>
+#include <fstream>
+#include <tuple>
+
+#include "si468x/firmware_images.h"
+#include "support.h"
+
+namespace {
+
+using Boot = Board;
+
+const Bytes loader = frame(0x80, 0x80);  // CTS, boot loader running
+
+// Frames before the first block of the patch: POWER_UP and two reads, LOAD_INIT and one. A block is
+// two frames, its own and a status read.
+constexpr std::size_t before_patch = 5;
+constexpr std::size_t before_image = before_patch + 2 * 2 + 2;
+constexpr std::size_t before_boot = before_image + 128 * 2;  // of the DAB image
+
+/// What arrived behind the HOST_LOAD headers.
+Bytes loaded() {
+  Bytes bytes;
+  for (const auto& sent : sim::commands()) {
+    if (sent[0] == 4) bytes.insert(bytes.end(), sent.begin() + 4, sent.end());
+  }
+  return bytes;
+}
+
+TEST_F(Boot, SendsPatchAndImageWholeAndInOrder) {
+  const std::tuple<unsigned char, const unsigned char*, std::size_t, std::size_t> cases[]{
+      {1, fw_dab_radio_5_0_5bin, 127, 1764}, {0, fw_fmhd_radio_5_0_4bin, 129, 2312}};
+  for (const auto& [dab, image, full_blocks, rest] : cases) {
+    start().answer(loader, before_image + 2 * (full_blocks + 1)).by_default(ready);
+    testing::internal::CaptureStdout();
+    EXPECT_EQ(power_up_and_load_fw(dab), 1);
+    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Boot up successful\n\n");
+    // Crystal oscillator of 19.2 MHz, bias 127 and in run mode 24, load capacitance 32.
+    const std::string power_up = "frame 01 00 1f 7f 00 f8 24 01 20 10 00 00 00 18 00 00";
+    Lines expected{"spi_begin",   "bit_order msb", "mode 0",
+                   "divider 32",  "cs 0",          "cs_polarity 0 low",
+                   "gpio 23 low", "delay_ms 200",  "gpio 23 high",
+                   "delay_ms 50", power_up,        "read 7",
+                   "read 5",      "frame 06 00",   "read 7",
+                   "load 4092",   "read 7",        "load 1704",
+                   "read 7",      "delay_ms 50",   "frame 06 00",
+                   "read 7"};
+    for (std::size_t i = 0; i < 2 * full_blocks; ++i)
+      expected.push_back(i % 2 == 0 ? "load 4092" : "read 7");
+    for (const auto* line :
+         {"load ", "read 7", "delay_ms 100", "frame 07 00", "read 7", "read 5"}) {
+      expected.push_back(line + (line[0] == 'l' ? std::to_string(rest) : ""));
+    }
+    EXPECT_EQ(happened(), expected);
+    Bytes images(fw_rom00_patch016bin, fw_rom00_patch016bin + 5796);
+    images.insert(images.end(), image, image + 4092 * full_blocks + rest);
+    EXPECT_TRUE(loaded() == images);
+  }
+}
+
+/// Prints "|" each time the reset line goes low, so that its order among the messages shows.
+class Reset_watch final : public sim::Spi_device {
+ public:
+  explicit Reset_watch(std::optional<sim::Scripted_device>& chip) : chip_(chip) {}
+  void select() override { chip_->select(); }
+  std::uint8_t exchange(std::uint8_t mosi) override { return chip_->exchange(mosi); }
+  void deselect() override { chip_->deselect(); }
+  void reset_line(bool high) override { std::fputs(high ? "" : "|", stdout); }
+
+ private:
+  std::optional<sim::Scripted_device>& chip_;
+};
+
+TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
+  constexpr std::uint64_t powered = 250'000, patched = 300'000, loaded = 400'000;  // waits until
+  constexpr std::uint64_t never = 125'000, in_reset = 2'000'000;
+  const std::string no_power_up = "|Could not power up the Si468x\n";
+  const std::string no_patch = "||Patch not transmitted successfully\n\n";
+  const std::string no_image = "|Firmware not transmitted successfully\n\n|";
+  const std::string no_boot = "|Boot up failed\n\n";
+  const std::vector<Script> scripts{
+      {"POWER_UP refused", 1, 1, refused, 0, 4, powered, no_power_up},
+      {"frame overrun", 2, 1, frame(0x80, 0x90), 0, 104, powered, no_power_up},
+      {"firmware at power-up", 2, 1, ready, 0, 104, powered, no_power_up},
+      {"patch refused", before_patch + 3, 1, refused, 0, 108, powered + in_reset, no_patch},
+      {"patch left", before_patch + 1, 50, busy, 0, 108, powered + never + in_reset, no_patch},
+      {"image refused", before_image + 5, 1, arbiter, 0, 108, patched + in_reset, no_image},
+      {"image left", before_image + 1, 50, busy, 0, 108, patched + never + in_reset, no_image},
+      {"LOAD_INIT refused", before_patch - 1, 1, refused, 0, 110, loaded, no_boot},
+      {"BOOT refused", before_boot + 1, 1, refused, 0, 10, loaded, no_boot},
+      {"overrun at boot", before_boot + 2, 1, frame(0x80, 0xD0), 0, 110, loaded, no_boot}};
+  Reset_watch watch(chip_);
+  const auto boot = [&] {
+    sim::attach(watch);
+    Si468x_SPI_RSTB_high();
+    return power_up_and_load_fw(1);
+  };
+  for (const auto& row : scripts) {
+    play(loader, boot, {row});
+    const auto lines = happened();
+    if (row.waited_us < in_reset) continue;
+    EXPECT_EQ(Lines(lines.end() - 3, lines.end()),
+              (Lines{"gpio 23 low", "spi_end", "delay_ms 2000"}));
+  }
+}
+
+TEST_F(Boot, ResultsTellRefusalFromWrongState) {
+  const std::tuple<std::int16_t (*)(), Bytes, int, std::uint32_t> cases[]{
+      {Si468x_power_up, loader, 0, 0},   {Si468x_power_up, ready, -5, 104},
+      {Si468x_power_up, arbiter, -1, 4}, {Si468x_boot, ready, 0, 0},
+      {Si468x_boot, loader, -4, 110},    {Si468x_boot, broken, -2, 10},
+      {Si468x_load_init, loader, 0, 0},  {Si468x_load_init, refused, -2, 260}};
+  for (const auto& [operation, answer, result, code] : cases) {
+    play(answer, operation, {{"", 0, 0, {}, result, code}});
+  }
+  const auto block = [data = Bytes(4)]() mutable {
+    return Si468x_load_firmware_datapackage(data.data(), 4);
+  };
+  play(loader, block,
+       {{"at the third poll", 1, 2, busy, 0, 0, 50 + 150},
+        {"at the last poll", 1, 49, busy, 0, 0, 120'050},
+        {"never", 1, 50, busy, -3, 160, 125'000}});
+  play(busy, [] { return Si468x_load_firmware_flash(0x12345678); });
+  EXPECT_EQ(happened(), Lines{"frame 05 00 00 00 78 56 34 12 00 00 00 00"});
+}
+
+TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
+  Bytes image(8185);
+  for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<std::uint8_t>(i / 7);
+  auto path = testing::TempDir() + "kestrel_image_" + std::to_string(getpid());
+  // Size, number of blocks, result, codes from memory and from a file; the third block is refused.
+  const std::tuple<unsigned, std::size_t, int, std::uint32_t, std::uint32_t> cases[]{
+      {0, 0, -6, 8, 107},
+      {1, 1, 0, 0, 0},
+      {4092, 1, 0, 0, 0},
+      {4093, 2, 0, 0, 0},
+      {8185, 3, -2, 108, 207}};
+  for (const auto& [size, blocks, result, code, file_code] : cases) {
+    std::ofstream(path, std::ios::binary) << std::string(image.begin(), image.begin() + size);
+    for (const bool is_file : {false, true}) {
+      start().answer(loader, 5).by_default(refused);
+      EXPECT_EQ(is_file ? Si468x_load_firmware(path.data())
+                        : Si468x_load_firmware_static(image.data(), size),
+                result);
+      EXPECT_EQ(Si468x_ErrorCode, is_file ? file_code : code);
+      EXPECT_EQ(commands().size(), blocks);
+      EXPECT_EQ(loaded(), Bytes(image.begin(), image.begin() + size));
+    }
+  }
+  std::filesystem::remove(path);
+  play(loader, [&] { return Si468x_load_firmware(path.data()); }, {{"no file", 0, 0, {}, -6, 7}});
+  path = "/sys/kernel/mm/transparent_hugepage/enabled";  // claims a page, and gives a line
+  if (!std::filesystem::exists(path)) GTEST_SKIP() << "no file that claims too much";
+  play(loader, [&] { return Si468x_load_firmware(path.data()); }, {{"short", 0, 0, {}, -6, 1007}});
+}
+
+}  // namespace

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// The board's lines and SPI, and the discovery of its peripherals.
+#include <bcm2835.h>
+
+#include <numeric>
+#include <tuple>
+
+#include "si468x/boot.h"
+#include "si468x/peripheral_discovery.h"
+#include "support.h"
+
+namespace {
+
+using Bus = Board;
+
+const Lines setup{"init",          "fsel 23 out", "fsel 7 in",  "pud 7 up", "spi_begin",
+                  "bit_order msb", "mode 0",      "divider 32", "cs 0",     "cs_polarity 0 low"};
+
+TEST_F(Bus, SetupStopsAtTheFirstFailureAndNeverMovesTheResetLine) {
+  sim::Settings good, no_board, no_spi, no_spidev;
+  no_board.faults = {{sim::Fault_kind::no_board}};
+  no_spi.faults = {{sim::Fault_kind::no_spi}};
+  no_spidev.board_files.erase("/dev/spidev0.0");
+  for (const auto& [settings, steps] :
+       {std::pair<sim::Settings, int>{good, 10}, {no_board, 1}, {no_spidev, 1}, {no_spi, 5}}) {
+    SCOPED_TRACE(steps);
+    sim::power_on(settings);
+    Si468x_ErrorCode = 0;
+    EXPECT_EQ(Si468x_SPI_setup(), steps == 10 ? 0 : -1);
+    EXPECT_EQ(Si468x_ErrorCode, 0U);
+    EXPECT_EQ(sim::event_texts(), Lines(setup.begin(), setup.begin() + steps));
+    EXPECT_EQ(Si468x_bus_init(), steps == 10 ? 0 : -6);
+    EXPECT_EQ(Si468x_ErrorCode, steps == 10 ? 0U : 1U);
+  }
+  EXPECT_EQ(Si468x_bus_enable(), -6);
+  EXPECT_EQ(Si468x_ErrorCode, 3U);
+}
+
+TEST_F(Bus, LinesMoveInTheOrderAsked) {
+  start();
+  Si468x_bus_disable();
+  EXPECT_EQ(sim::event_texts(), Lines{"spi_end"});
+  sim::clear_events();
+  EXPECT_EQ(Si468x_bus_enable(), 0);
+  EXPECT_EQ(sim::event_texts(), Lines(setup.begin() + 4, setup.end()));
+  sim::clear_events();
+  Si468x_SPI_RSTB_high();
+  Si468x_BCM2835_i2s_input();
+  Si468x_power_down();
+  EXPECT_EQ(sim::event_texts(), (Lines{"gpio 23 high", "fsel 18 in", "pud 18 up", "fsel 19 in",
+                                       "pud 19 up", "fsel 20 in", "pud 20 up", "fsel 21 in",
+                                       "pud 21 up", "gpio 23 low", "spi_end", "close"}));
+}
+
+TEST_F(Bus, PiecesUnderOneChipSelectAreOneFrameInPlace) {
+  Bytes sent(300), received(300), whole{0x0A, 0x0B};
+  std::iota(sent.begin(), sent.end(), std::uint8_t{1});
+  std::iota(received.begin(), received.end(), std::uint8_t{77});
+  start().answer(received).answer({0xA1, 0xA2});
+  auto buffer = sent;
+  Si468x_SPI_CS_low();
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(buffer.data(), 4), 0);
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(buffer.data() + 4, 0), 0);
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(buffer.data() + 4, 296), 0);  // the FIFOs hold 64
+  Si468x_SPI_CS_high();
+  EXPECT_EQ(buffer, received);
+  EXPECT_EQ(Si468x_SPI_RW_data(whole.data(), 2), 0);
+  EXPECT_EQ(whole, (Bytes{0xA1, 0xA2}));
+  EXPECT_EQ(sim::commands(), (std::vector{sent, {0x0A, 0x0B}}));
+  EXPECT_EQ(Si468x_SPI_RW_data(whole.data(), 0), 0);
+  EXPECT_EQ(sim::wire_bytes(), 302U);
+  EXPECT_EQ(sim::violations(), Lines{});
+}
+
+TEST_F(Bus, PeripheralBlockIsFoundByTheModelDigit) {
+  const auto unsupported = [](const std::string& version) {
+    return "bcm2835_init: Unsupported hardware version or error reading version " + version +
+           "\nTrying with Raspberry Pi 3 offsets, even without knowing there is hardware support. "
+           "Expect further errors.\n";
+  };
+  const std::string words("\x7e\0\0\0\x11\x22\x33\x44\x55\x66\x77\x88\x19\xaa\xbb\xcc", 16);
+  constexpr std::uint32_t first = 0x11223344, second = 0x55667788, third = 0x19AABBCC, kept = 0x77;
+  // What follows "Raspberry Pi" in the model; bytes in the ranges file; message, base, size.
+  const std::tuple<std::string, std::size_t, std::string, std::uint32_t, std::uint32_t> cases[]{
+      {"", 16, "", first, second},
+      {" 0", 16, "", first, second},
+      {" 3 Model B", 16, "", first, second},
+      {" 4 Model B", 16, "", second, third},
+      {" 5 Model B", 16, unsupported("5"), first, second},
+      {" Zero W", 16, "Guessing Raspberry Pi version: Pi Zero\n", first, second},
+      {" Model B", 16, unsupported("29"), first, second},
+      {" /", 16, unsupported("255"), first, second},
+      {" 4", 15, "", second, kept},
+      {" 4", 11, "", kept, kept},
+      {" 3", 11, "", first, kept},
+      {"no such files", 0, "", kept, kept},
+      {"no such files", 16, "", first, second}};
+  for (const auto& [model, bytes, message, base, size] : cases) {
+    SCOPED_TRACE(model);
+    sim::Settings settings{.board_files = {}};
+    if (model != "no such files")
+      settings.board_files["/proc/device-tree/model"] = "Raspberry Pi" + model;
+    if (bytes > 0) settings.board_files["/proc/device-tree/soc/ranges"] = words.substr(0, bytes);
+    sim::power_on(settings);
+    bcm2835_peripherals_base = kept;
+    bcm2835_peripherals_size = kept;
+    testing::internal::CaptureStderr();
+    discover_peripherals();
+    EXPECT_EQ(testing::internal::GetCapturedStderr(), message);
+    EXPECT_EQ(bcm2835_peripherals_base, static_cast<off_t>(base));
+    EXPECT_EQ(bcm2835_peripherals_size, size);
+  }
+}
+
+}  // namespace

@@ -1,0 +1,129 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// The command line, and the run sequence on the simulated receiver.
+#include "cli/options.h"
+
+#include <unistd.h>
+
+#include <tuple>
+
+#include "cli/run.h"
+#include "support.h"
+
+namespace {
+
+/// Call `action` with the words of `line` as a program gets them.
+template <class Action>
+int with_arguments(const std::string& line, Action action) {
+  std::istringstream in("kestrel " + line);
+  Lines words;
+  for (std::string word; in >> word;) words.push_back(word);
+  std::vector<char*> argv;
+  for (auto& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  return action(static_cast<int>(words.size()), argv.data());
+}
+
+/// Every field, for comparison.
+auto fields_of(const arguments& given) {
+  const auto& [volume, volume_given, boot, firmware, shutdown, i2s_given, i2s_out, chip_info,
+               digrad, event, datetime, play, next, previous, fm, service, component, frequency,
+               rds, json, list, scan, has_list_file, list_file, station_text] = given;
+  return std::tuple(volume, volume_given, boot, firmware, shutdown, i2s_given, i2s_out, chip_info,
+                    digrad, event, datetime, play, next, previous, fm, service, component,
+                    frequency, rds, json, list, scan, has_list_file, std::string(list_file),
+                    station_text);
+}
+
+TEST(Options, EachOptionSetsItsOwnFields) {
+  const std::pair<const char*, arguments> cases[]{
+      {"", {}},
+      {"-l 50 -l 7x", {.volume = 7, .volume_given = 1}},
+      {"--level=-1", {.volume = 4'294'967'295, .volume_given = 1}},
+      {"-b X --boot FMHD", {.boot = 1, .firmware = 'F'}},
+      {"-kidn", {.shutdown = 1, .chip_info = 1, .digrad_status = 1, .event_status = 1}},
+      {"--chip_info --datetime --play", {.chip_info = 1, .datetime = 1, .play = 1}},
+      {"-gDtp", {.datetime = 1, .play = 1, .digital_service_list = 1, .station_text = 1}},
+      {"-xX --rds_status", {.next = 1, .previous = 1, .rds_status = 1}},
+      {"-rju", {.rds_status = 1, .format_json = 1, .full_scan = 1}},
+      {"-f 33 -e 17333 -c 12", {.service = 17333, .component = 12, .frequency = 33}},
+      {"-f 300", {.frequency = 44}},
+      {"-f 33 --frequency abc", {.frequency = 0}},
+      {"-F 98500 --service=4294967295", {.fm_frequency = 98500, .service = 4'294'967'295}},
+      {"-o 1", {.i2s_given = 1, .i2s_out = 1}},
+      {"-o 1 --i2s_out=0", {.i2s_given = 1}},
+      {"-y list.txt", {.frequency_list = 1, .frequency_list_file = "list.txt"}}};
+  for (const auto& [line, expected] : cases) {
+    arguments given;
+    const auto parse = [&given](int argc, char** argv) {
+      return argp_parse(&argp, argc, argv, 0, nullptr, &given);
+    };
+    EXPECT_EQ(with_arguments(line, parse), 0);
+    EXPECT_EQ(fields_of(given), fields_of(expected)) << line;
+  }
+}
+
+class Run : public Board {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "a run needs root";
+  }
+  enum Before { no_bus, in_reset, booted };
+  static std::string output(Before before, const std::string& line) {
+    sim::Settings settings;
+    if (before == no_bus) settings.board_files.erase("/dev/spidev0.0");
+    sim::power_on(settings);
+    if (before == booted) sim::set_booted(true);
+    return behind_notice(printed([&] { EXPECT_EQ(with_arguments(line, run), 0); }));
+  }
+  static std::string opcodes() {
+    std::string all;
+    for (const auto& command : commands()) all += command.substr(0, 2) + ' ';
+    return all;
+  }
+};
+
+TEST_F(Run, DoesAndSaysWhatWasAskedFor) {
+  const std::string enabled = "SPI bus enabled.\n\n";
+  const std::string asleep =
+      "Si468x is not booted up, no firmware loaded. Please use the command boot first.\n\n";
+  const std::string incomplete = "To play, a service id and component id have to be given\n\n";
+  const std::string untuned = "Could not tune to frequency\n\n";
+  const std::string looks = "b0 b2 b2 b2 b2 b2 b2 b2 b2 b2 b2 ";
+  // The board before, the options, what is printed and sent, and how the run ends.
+  const std::tuple<Before, const char*, std::string, std::string, const char*> cases[]{
+      {no_bus, "-b D -k",
+       "Error initializing SPI bus. Check that SPI is enabled and that /dev/spidev0.0 exists\n", "",
+       "init"},
+      {in_reset, "-l 20 -k", enabled + asleep, "", "read 7"},
+      {in_reset, "-b X", enabled + asleep, "", "read 7"},
+      {booted, "", enabled, "", "read 7"},
+      {booted, "-b X -j", enabled, "", "read 7"},
+      {booted, "-f 0 -k", enabled + "Si468x shut down\n\n", "", "close"},
+      {booted, "-p -e 17333", enabled + incomplete, "", "read 7"},
+      {booted, "-l 9 -p -c 12", enabled + incomplete + "Setting volume to 9\n\n", "13 14 ",
+       "read 7"},
+      {booted, "-f 300 -k -l 5", enabled + untuned, looks, "delay_ms 200"},  // beyond the list
+      {booted, "-k -l 5 -f 40", enabled + untuned, looks, "delay_ms 200"},   // nobody there
+      {booted, "-o 256", enabled, "13 14 13 14 13 14 ", "read 7"}};
+  for (const auto& [before, line, text, sent, last] : cases) {
+    EXPECT_EQ(output(before, line), text) << line;
+    EXPECT_EQ(opcodes(), sent) << line;
+    EXPECT_EQ(happened().back(), last) << line;
+  }
+  EXPECT_EQ(commands().at(2), "13 00 00 08 01 00");  // the low 8 bits of 256
+}
+
+TEST_F(Run, ActsInItsOwnOrder) {
+  for (const auto* line : {"-k -n -D -d -i -l 5 -p -c 12 -e 17333 -f 33 -o 1",
+                           "-o 1 -f 33 -e 17333 -c 12 -p -l 5 -i -d -D -n -k"}) {
+    EXPECT_TRUE(
+        output(booted, line)
+            .starts_with("SPI bus enabled.\n\nTuned.\n\nSetting volume to 5\n\nChip info ---"));
+    EXPECT_EQ(opcodes(), "13 14 13 14 13 14 b0 b2 81 13 14 08 09 12 b2 84 b3 ");
+    EXPECT_EQ(happened().back(), "close");
+    EXPECT_EQ(sim::violations(), Lines{});
+  }
+}
+
+}  // namespace

@@ -1,0 +1,94 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// Starting a service, and reading and printing a packet of its data.
+#include <algorithm>
+
+#include "si468x/service_playback.h"
+#include "support.h"
+
+namespace {
+
+using Playback = Board;
+
+TEST_F(Playback, ServiceIsStartedAndStopped) {
+  play(ready, [] { return play_station(0x12345678, 0x9ABCDEF0); },
+       {{"refused", 1, 1, refused, -1, 32, 0, "Could not start service\n\n"}, {}});
+  EXPECT_EQ(commands(), Lines{"81 00 00 00 78 56 34 12 f0 de bc 9a"});
+  play(ready, [] { return Si468x_stop_digital_service(2, 17333, 12); },
+       {{"refused", 1, 1, refused, -2, 33}, {}});
+  EXPECT_EQ(commands(), Lines{"82 02 00 00 b5 43 00 00 0c 00 00 00"});
+}
+
+/// A packet that claims `bytes` bytes of payload.
+Bytes packet(std::size_t bytes, const Bytes& payload) {
+  auto all = reply({0xFD,
+                    0x11,
+                    0x22,
+                    0x85,
+                    0x78,
+                    0x56,
+                    0x34,
+                    0x12,
+                    0xF0,
+                    0xDE,
+                    0xBC,
+                    0x9A,
+                    0x77,
+                    0x77,
+                    std::uint8_t(bytes),
+                    std::uint8_t(bytes >> 8),
+                    0x44,
+                    0x33,
+                    0x66,
+                    0x55});
+  all.insert(all.end(), payload.begin(), payload.end());
+  return all;
+}
+
+TEST_F(Playback, PacketIsReadUnderOneChipSelectWithinItsArray) {
+  for (const std::size_t claimed : {0, 3, 4, 4975, 4976, 65535}) {
+    SCOPED_TRACE(claimed);
+    const auto taken = std::min<std::size_t>(claimed, 5000 - 25);
+    start().answer({0xEE, 0xEE}).answer(busy).answer(packet(claimed, Bytes(65535, 0xA7)));
+    Bytes into(5100, 0x77), expected = packet(claimed, Bytes(taken, 0xA7));
+    expected.resize(5100, 0x77);
+    Si468x_digital_service_data data;
+    EXPECT_EQ(data.get_new_data(into.data()), 0);
+    EXPECT_TRUE(into == expected);
+    EXPECT_EQ(data.payload, claimed == 0 ? nullptr : into.data() + 25);
+    EXPECT_EQ(happened(), (Lines{"frame 84 00", "delay_us 10", "read 2", "delay_us 10",
+                                 "read " + std::to_string(25 + taken)}));
+    std::ostringstream fields;
+    fields << +data.overflow << +data.data_ready << ' ' << +data.buffer_remaining << ' '
+           << +data.srv_state << ' ' << +data.payload_source << ' ' << +data.dscty << std::hex
+           << ' ' << data.service_id << ' ' << data.component_id << ' ' << data.segment_number
+           << ' ' << data.number_of_segments;
+    EXPECT_EQ(fields.str(), "01 17 34 2 5 12345678 9abcdef0 3344 5566");
+    EXPECT_EQ(data.byte_count, taken);
+  }
+  start().by_default(Bytes(5000, 0xFF));  // errors in the status are not looked at
+  Bytes into(5000);
+  Si468x_digital_service_data data;
+  EXPECT_EQ(data.get_new_data(into.data()), 0);
+  EXPECT_EQ(data.overflow + data.data_ready + data.payload_source + data.dscty, 1 + 1 + 3 + 63);
+}
+
+TEST_F(Playback, StationTextLeavesOutItsFrame) {
+  const std::pair<Bytes, const char*> cases[]{
+      {{}, ""},
+      {{'a', 'b', 'c'}, ""},
+      {{'a', 'b', 'c', 'd'}, "c"},
+      {{0, 0, 0x1F, 0x20, 0x7E, 0x7F, 0xFC, 'z'}, "1f  ~7f fc "},
+      {{0, 0, 'N', 'o', 'w', '\n', '%', 's', 0}, "Now0a %s"}};
+  for (const auto& [payload, text] : cases) {
+    play(packet(payload.size(), payload), print_station_text,
+         {{"at the last poll", 1, 9, busy, 0, 0, 100, text}});
+  }
+  play(ready, print_station_text,
+       {{"never", 1, 10, busy, 0, 34, 110, "Error getting service data \n\n"}});
+  Lines expected{"frame 84 00", "delay_us 10"};
+  for (int i = 0; i < 10; ++i) expected.insert(expected.end(), {"read 2", "delay_us 10"});
+  EXPECT_EQ(happened(), expected);
+}
+
+}  // namespace

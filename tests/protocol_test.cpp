@@ -1,0 +1,149 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// Commands and replies, and the properties that are written and read with them.
+#include <tuple>
+
+#include "si468x/boot.h"
+#include "si468x/properties.h"
+#include "support.h"
+
+namespace {
+
+using Protocol = Board;
+using Properties = Board;
+
+TEST_F(Protocol, CommandIsSentWaitedForAndItsReplyRead) {
+  Bytes command, into;
+  std::uint16_t reply_len = 0;
+  const auto send = [&] {
+    command = {0xB2, 0x07}, into = Bytes(9, 0x77);
+    return Si468x_send_cmd(command.data(), into.data(), 2, reply_len);
+  };
+  play(ready, send,
+       {{"late", 1, 2, busy, 0, 0, 50 + 1050},
+        {"at the last look", 1, 49, busy, 0, 0, 1'178'450},
+        {"never", 1, 50, busy, -3, 160, 1'227'500},
+        {"at once", 0, 1, {0xEE, 0xED}}});
+  EXPECT_EQ(command, (Bytes{0xEE, 0xED}));  // the transfer is in place
+  EXPECT_EQ(into, Bytes(9, 0x77));
+  EXPECT_EQ(happened(), (Lines{"frame b2 07", "read 7"}));
+  reply_len = 9;
+  play(ready, send, {{"refused", 1, 1, refused, -2, 260}});
+  EXPECT_EQ(happened(), (Lines{"frame b2 07", "read 7"}));
+  play(ready, send, {{"with a reply", 2, 1, reply({1, 2, 3, 4})}});
+  EXPECT_EQ(into, reply({1, 2, 3, 4}));
+  EXPECT_EQ(happened(), (Lines{"frame b2 07", "read 7", "read 9"}));
+  const auto send_without_buffer = [&] { return Si468x_send_cmd(command.data(), nullptr, 2, 7); };
+  play(ready, send_without_buffer, {{"no buffer", 0, 0, {}, -6, 360}});
+  EXPECT_EQ(happened().size(), 2U);
+}
+
+TEST_F(Protocol, StatusIsJudgedTheSameWayEverywhere) {
+  const struct {
+    std::uint8_t status_0, status_3;
+    int result;
+    std::uint32_t check_code;
+  } cases[]{{0x80, 0xC0, 0, 0},    {0xB1, 0xF0, 0, 0},     // interrupts, frame overrun
+            {0xC0, 0xC0, -2, 58},  {0xC0, 0xCF, -2, 58},   // command error, judged first
+            {0x80, 0xC8, -1, 158}, {0x80, 0x84, -1, 158},  // dropped on read, on write
+            {0x80, 0x02, -1, 158}, {0x80, 0xCF, -1, 158},  // arbiter error, judged before
+            {0x80, 0xC1, -2, 258}};                        // a non-recoverable error
+  for (const auto& [status_0, status_3, result, check_code] : cases) {
+    SCOPED_TRACE(testing::Message() << std::hex << +status_0 << ' ' << +status_3);
+    const auto status = frame(status_0, status_3);
+    const std::uint32_t failed = result == 0 ? 0 : 1;
+    Bytes into(9, 0x77), data{1, 2, 3}, sent{0x09};
+    play(ready, [&] { return Si468x_send_cmd(sent.data(), nullptr, 1, 0); },
+         {{"with CTS", 1, 1, status, result, 260 * failed}});
+    play(ready, [&] { return Si468x_send_cmd(sent.data(), into.data(), 1, 9); },
+         {{"in the reply", 2, 1, status, result, 560 * failed}});
+    EXPECT_EQ(into, frame(status_0, status_3, {0, 0, 0, 0}));  // as it was read
+    play(ready, [&] { return Si468x_rd_reply(into.data()); },
+         {{"bare read", 0, 1, status, result, 114 * failed}});
+    play(ready, [&] { return Si468x_check_status_bits(into.data()); },
+         {{"frame read before", 0, 0, {}, result, check_code}});
+    play(ready, [&] { return Si468x_load_firmware_datapackage(data.data(), 0x10002); },
+         {{"image block", 1, 1, status, result, 260 * failed}});
+    EXPECT_EQ(data, (Bytes{0xC0, 0, 3}));
+  }
+}
+
+TEST_F(Protocol, BareTransfersJudgeNothing) {
+  start().answer(busy).answer(refused).answer({0xEE, 0xED});
+  Bytes into(8, 0x77), command{0x84, 0x01};
+  EXPECT_EQ(Si468x_rd_reply(into.data()), 0);  // clear to send is the caller's matter
+  EXPECT_EQ(into, (Bytes{0x5A, 0, 0, 0, 0xC0, 0, 0, 0x77}));
+  EXPECT_EQ(Si468x_read_reply(into.data(), 6), 0);
+  EXPECT_EQ(into, (Bytes{0x5A, 0xC0, 0, 0, 0xC0, 0, 0, 0x77}));
+  EXPECT_EQ(Si468x_send_cmd_simple(command.data(), 2), 0);
+  EXPECT_EQ(command, (Bytes{0xEE, 0xED}));
+  EXPECT_EQ(happened(), (Lines{"read 7", "read 6", "frame 84 01"}));
+  EXPECT_EQ(Si468x_ErrorCode, 0U);
+}
+
+TEST_F(Protocol, BytesAreClearedCopiedAndPrinted) {
+  Bytes bytes{1, 2, 3, 4, 5}, two{0x0A, 0xFF};
+  Si468x_byte_array_copy(bytes.data() + 1, bytes.data(), 3);  // overlapping from above
+  EXPECT_EQ(bytes, (Bytes{1, 1, 2, 3, 5}));
+  Si468x_clear_array(bytes.data() + 1, 2);
+  EXPECT_EQ(bytes, (Bytes{1, 0, 0, 3, 5}));
+  char label[] = "x%d";
+  EXPECT_EQ(printed([&] { Si468x_hex_print(two.data(), 2, label); }), "x%d0a ff \n");
+  EXPECT_EQ(printed([&] { Si468x_hex_print(two.data(), 0, label); }), "x%d\n");
+  EXPECT_EQ(Si468x_min(-2, 1) + Si468x_min(3, -32768), -32770);
+}
+
+TEST_F(Properties, AreWrittenAndReadBack) {
+  std::uint16_t property[]{0x1234, 0xABCD};
+  const auto get = [&] { return Si468x_get_property(property); };
+  play(reply({0xCD, 0xAB}), [&] { return Si468x_set_property(property); },
+       {{"write refused", 1, 1, refused, -2, 18},
+        {"read refused", 3, 1, refused, -2, 118},
+        {"error in the reply", 4, 1, arbiter, -1, 118},
+        {"low byte differs", 4, 1, reply({0xCC, 0xAB}), -6, 218},
+        {"high byte differs", 4, 1, reply({0xCD, 0x2B}), -6, 218},
+        {}});
+  EXPECT_EQ(happened(),
+            (Lines{"frame 13 00 34 12 cd ab", "read 7", "frame 14 01 34 12", "read 7", "read 7"}));
+  play(reply({0x3F, 0x01}), get);
+  EXPECT_EQ(happened(), (Lines{"frame 14 01 34 12", "read 7", "read 7"}));
+  play(reply({0x77, 0x77}), get, {{"not read", 1, 1, broken, -2, 17}});
+  EXPECT_EQ(property[1], 0x013F);
+}
+
+TEST_F(Properties, VolumeIsCheckedAnnouncedAndSet) {
+  const char* const illegal =
+      "Illegal value for volume. Volume must be an integer between 0 and 63\n\n";
+  // What reads back is not looked at.
+  const std::tuple<unsigned, Script, Lines> cases[]{
+      {0, {"", 0, 0, {}, 0, 0, 0, "Setting volume to 0\n\n"}, {"13 00 00 03 00 00", "14 01 00 03"}},
+      {63, {"", 1, 1, refused, 0, 18, 0, "Setting volume to 63\n\n"}, {"13 00 00 03 3f 00"}},
+      {64, {"", 0, 0, {}, 0, 0, 0, illegal}, {}},
+      {4'294'967'295, {"", 0, 0, {}, 0, 0, 0, illegal}, {}}};
+  for (const auto& row : cases) {
+    play(ready, [&] { return set_volume(std::get<0>(row)); }, {std::get<1>(row)});
+    EXPECT_EQ(commands(), std::get<2>(row));
+  }
+  play(reply({63, 0}), [] { return set_properties_volume(200); });
+  EXPECT_EQ(commands(), (Lines{"13 00 00 03 3f 00", "14 01 00 03"}));
+}
+
+TEST_F(Properties, AudioOutputStopsAtTheFirstPropertyThatFails) {
+  for (const unsigned char enable : {'\0', '\1', '\177'}) {
+    const std::uint8_t output = enable == 0 ? 1 : 2;
+    const std::vector<Bytes> values{{0x00, 0x80}, {output, 0x00}, {0x00, 0x10}};
+    Lines sent{"13 00 00 02 00 80", "14 01 00 02",       "13 00 00 08 02 00",
+               "14 01 00 08",       "13 00 02 02 00 10", "14 01 02 02"};
+    sent[2][13] = static_cast<char>('0' + output);
+    for (std::size_t good = 0; good <= 3; ++good) {
+      for (const auto operation : {set_properties_output, set_options_i2s}) {
+        start().by_default(refused);
+        for (std::size_t i = 0; i < good; ++i) chip_->answer(reply(values[i]), 5);
+        EXPECT_EQ(operation(enable), good == 3 || operation == set_options_i2s ? 0 : -1);
+        EXPECT_EQ(commands(), Lines(sent.begin(), sent.begin() + (good == 3 ? 6 : 2L * good + 1)));
+      }
+    }
+  }
+}
+
+}  // namespace

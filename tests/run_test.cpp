@@ -1,0 +1,123 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// Whole runs of the program on the simulated board, each a process of its own. The board lives in a
+// directory that goes with the test.
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+
+#include "support.h"
+
+namespace {
+
+class Whole_run : public testing::Test {
+ protected:
+  Whole_run() {
+    if (mkdtemp(directory_.data()) == nullptr) std::abort();
+    std::filesystem::permissions(directory_, std::filesystem::perms::all);
+  }
+  ~Whole_run() override { std::filesystem::remove_all(directory_); }
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "a run needs root";
+  }
+  [[nodiscard]] std::string path(const std::string& name) const { return directory_ + '/' + name; }
+  [[nodiscard]] std::string content(const std::string& name) const {
+    std::ostringstream text;
+    text << std::ifstream(path(name)).rdbuf();
+    return text.str();
+  }
+
+  /// Have the shell run the program with `options`, through the command `prefix`; `then` follows.
+  void run(const std::string& options, const std::string& prefix = "timeout 20",
+           const std::string& then = "") {
+    const auto command = "cd '" + directory_ +
+                         "' || exit; env -i KESTREL_SIM_DIR=\"$PWD/board\" "
+                         "KESTREL_SIM_TRACE=\"$PWD/trace\" KESTREL_SIM_CLOCK=virtual " +
+                         prefix + " '" KESTREL_SIM_PROGRAM "' " + options + " >out 2>err " + then;
+    status_ = WEXITSTATUS(std::system(command.c_str()));
+    out_ = content("out");
+    err_ = content("err");
+  }
+  void expect_playing() {
+    run("-b D -f 33 -e 17333 -c 12 -p -l 50");
+    EXPECT_EQ(behind_notice(out_),
+              "SPI bus enabled.\n\nBoot up successful\n\nTuned.\n\nSetting volume to 50\n\n");
+    EXPECT_EQ(err_, "");
+    EXPECT_EQ(status_, 0);
+  }
+
+  int status_ = -1;
+  std::string out_, err_;
+
+ private:
+  std::string directory_ = std::filesystem::temp_directory_path() / "kestrel_test_XXXXXX";
+};
+
+TEST_F(Whole_run, PlaysOnAndIsFoundByTheNextRun) {
+  expect_playing();
+  run("-i -d -D");
+  EXPECT_EQ(status_, 0);
+  EXPECT_EQ(err_, "");
+  for (const auto* part : {"\n\nSPI bus enabled.\n\nChip info ---",
+                           "\nPowerup state:                              3\n",
+                           "\nFirmware image running the sysstate CMD:    DAB\n",
+                           "\nEnsemble acquired:                          1\n",
+                           "\nTune Freq.:                                 227360\n",
+                           "\nTune index:                                 33\n", "Seegrund Pop"}) {
+    EXPECT_NE(out_.find(part), std::string::npos) << part << out_;
+  }
+}
+
+TEST_F(Whole_run, KilledWhileBootingLeavesABoardToBoot) {
+  // The trace goes through a pipe too short for the 300 lines of a boot, so that the program waits
+  // for us near the line at which it is to be killed.
+  for (const int lines : {18, 22, 30, 60, 180}) {
+    ASSERT_EQ(mkfifo(path("trace").c_str(), 0600), 0);
+    run("-b D", "", "& echo $! >pid");
+    std::FILE* const trace = std::fopen(path("trace").c_str(), "r");
+    ASSERT_GE(fcntl(fileno(trace), F_SETPIPE_SZ, 4096), 4096);
+    int seen = 0;
+    while (seen < lines) seen += std::fgetc(trace) == '\n' ? 1 : 0;
+    ASSERT_EQ(kill(std::stoi(content("pid")), SIGKILL), 0);
+    for (int c = 0; c != EOF; seen += c == '\n' ? 1 : 0) c = std::fgetc(trace);
+    EXPECT_LT(seen, 290) << "it had booted already";
+    std::fclose(trace);
+    std::filesystem::remove(path("trace"));
+    expect_playing();
+    std::filesystem::remove(path("trace"));
+  }
+}
+
+TEST_F(Whole_run, OfAnotherUserStopsBeforeTheBus) {
+  run("-b D", "setpriv --reuid 65534 --regid 65534 --clear-groups");
+  EXPECT_EQ(status_, 0);
+  EXPECT_EQ(behind_notice(out_), "Must be called as root. Did you forget sudo?\n");
+  EXPECT_EQ(err_, "");
+  EXPECT_FALSE(std::filesystem::exists(path("board")));
+  EXPECT_FALSE(std::filesystem::exists(path("trace")));
+}
+
+TEST_F(Whole_run, LeavesHelpAndUsageErrorsToArgp) {
+  // Options, exit status, how the output begins, and what stands in the error output.
+  const std::tuple<const char*, int, std::string, const char*> cases[]{
+      {"--help", 0, "Usage: kestrel-sim [OPTION...]", ""},
+      {"--version", 0, "kestrel 1.4.0\n", ""},
+      {"-l", 64, "", "kestrel-sim: option requires an argument -- 'l'\n"},
+      {"--nonsense", 64, "", "kestrel-sim: unrecognized option '--nonsense'\n"},
+      {"-l 5 stray", 64, "", "kestrel-sim: Too many arguments\n"}};
+  for (const auto& [options, status, begin, error] : cases) {
+    run(options);
+    EXPECT_EQ(status_, status) << options;
+    EXPECT_TRUE(out_.starts_with("Starting...kestrel DAB radio client\nkestrel 1.4.0\n" + begin));
+    EXPECT_EQ(out_.find("Please note:"), std::string::npos) << out_;
+    EXPECT_NE(err_.find(error), std::string::npos) << err_;
+  }
+}
+
+}  // namespace

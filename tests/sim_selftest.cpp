@@ -1,0 +1,226 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// The simulated board by itself, through the bcm2835 functions that programs call: what the other
+// tests rely on, no driver involved.
+#include <bcm2835.h>
+#include <gtest/gtest.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+
+#include "sim/board.h"
+#include "sim/chip_state.h"
+
+namespace {
+
+using namespace std::chrono_literals;
+using Bytes = std::vector<std::uint8_t>;
+
+/// One whole frame; the bytes received.
+Bytes frame(Bytes bytes) {
+  bcm2835_spi_transfern(reinterpret_cast<char*>(bytes.data()),
+                        static_cast<std::uint32_t>(bytes.size()));
+  return bytes;
+}
+
+/// A command, the time that it takes, and a read of `length` bytes.
+Bytes ask(const Bytes& command, std::size_t length = 5) {
+  frame(command);
+  sim::pass_time(2ms);
+  return frame(Bytes(length));
+}
+
+void start(const sim::Settings& settings = {}) {
+  sim::power_on(settings);
+  ASSERT_EQ(bcm2835_init(), 1);
+  bcm2835_gpio_fsel(23, BCM2835_GPIO_FSEL_OUTP);
+  ASSERT_EQ(bcm2835_spi_begin(), 1);
+  bcm2835_spi_setClockDivider(BCM2835_SPI_CLOCK_DIVIDER_32);
+}
+
+void start_booted(bool dab, const std::vector<sim::Fault>& faults = {}) {
+  start({.faults = faults});
+  sim::set_booted(dab);
+}
+
+TEST(SimulatedBoard, StopsItsClockWhileTheReceiveFifoIsFull) {
+  start_booted(true);
+  volatile std::uint32_t* const cs = bcm2835_spi0 + BCM2835_SPI0_CS / 4;
+  volatile std::uint32_t* const fifo = bcm2835_spi0 + BCM2835_SPI0_FIFO / 4;
+  bcm2835_peri_set_bits(cs, 0xB0, 0xB0);  // clear both FIFOs, transfer active
+  int sent = 0;
+  for (; (bcm2835_peri_read(cs) & BCM2835_SPI0_CS_TXD) != 0; ++sent) bcm2835_peri_write(fifo, 0);
+  EXPECT_EQ(sent, 64 + 64);  // 64 received, and 64 that wait for room
+  EXPECT_EQ(bcm2835_peri_read(cs) & BCM2835_SPI0_CS_DONE, 0U);
+  Bytes received;
+  while ((bcm2835_peri_read(cs) & BCM2835_SPI0_CS_RXD) != 0) {
+    received.push_back(static_cast<std::uint8_t>(bcm2835_peri_read(fifo)));
+  }
+  EXPECT_NE(bcm2835_peri_read(cs) & BCM2835_SPI0_CS_DONE, 0U);
+  bcm2835_peri_set_bits(cs, 0, BCM2835_SPI0_CS_TA);
+  EXPECT_EQ(received.size(), 128U);
+  EXPECT_EQ(received[4], 0xC0);  // STATUS3: firmware runs
+  EXPECT_EQ(sim::events().back().received, received);
+  EXPECT_EQ(sim::violations().size(), 0U);
+  bcm2835_spi_end();
+  EXPECT_EQ(frame({0, 0, 0, 0, 0}), Bytes(5));  // no SPI pins: nobody hears
+  EXPECT_EQ(sim::violations().size(), 1U);
+}
+
+TEST(SimulatedReceiver, BootsOnlyFromAWholePatchAndAWholeImage) {
+  const struct {
+    std::size_t patch, image;
+    std::uint8_t status_0, status_3, running;  // running: what GET_SYS_STATE reports
+  } rows[] = {{5796, 521448, 0x80, 0xC0, 2},
+              {5796, 530180, 0x80, 0xC0, 1},
+              {5795, 521448, 0xC0, 0x80, 0},
+              {5796, 521447, 0xC0, 0x80, 0}};
+  for (const auto& row : rows) {
+    start();
+    bcm2835_gpio_write(23, HIGH);
+    ask({0x01, 0, 0x1F, 0x7F, 0, 0xF8, 0x24, 1, 0x20, 0x10, 0, 0, 0, 0x18, 0, 0});  // 19.2 MHz
+    for (std::size_t left : {row.patch, row.image}) {
+      frame({0x06, 0x00});
+      while (left > 0) {
+        Bytes load(4 + std::min<std::size_t>(left, 4092));
+        load[0] = 0x04;
+        left -= load.size() - 4;
+        frame(load);
+      }
+    }
+    const Bytes booted = ask({0x07, 0x00});
+    EXPECT_EQ(booted, (Bytes{0xFF, row.status_0, 0, 0, row.status_3})) << row.image;
+    EXPECT_EQ(ask({0x09, 0x00}, 7)[5], row.running);
+  }
+}
+
+TEST(SimulatedReceiver, RefusesWhatTheChipRefusesAndSaysWhy) {
+  const struct {
+    bool dab;
+    Bytes command;
+    const char* why;
+  } rows[] = {{true, {0x77, 0}, "unknown"},
+              {true, {0x30, 0, 0x2E, 0x22, 0, 0, 0}, "state"},  // FM tune
+              {false, {0xB0, 0, 33, 0, 0, 0}, "state"},         // DAB tune
+              {true, {0xB0, 0, 33, 0, 0}, "length"},
+              {true, {0xB0, 0, 41, 0, 0, 0}, "list"},   // one beyond the last
+              {true, {0x13, 0, 0, 3, 64, 0}, "range"},  // volume 64
+              {true, {0x81, 0, 0, 0, 0xB5, 0x43, 0, 0, 12, 0, 0, 0}, "list"}};
+  for (const auto& row : rows) {
+    start_booted(row.dab);
+    EXPECT_EQ(ask(row.command)[1] & 0xC0, 0xC0) << row.why;
+    ASSERT_EQ(sim::violations().size(), 1U) << row.why;
+    EXPECT_NE(sim::violations()[0].find(row.why), std::string::npos) << sim::violations()[0];
+  }
+}
+
+TEST(SimulatedReceiver, TakesTimeToReceiveAnEnsembleAndPlaysItsService) {
+  start_booted(true);
+  EXPECT_EQ(ask({0xB0, 0, 33, 0, 0, 0})[1], 0x80);  // the tune goes on
+  sim::pass_time(300ms);
+  const Bytes tuned = ask({0xB2, 0}, 24);
+  EXPECT_EQ(tuned[1], 0x81);
+  EXPECT_EQ(tuned[6] & 0x05, 0x01);  // valid, not yet acquired
+  EXPECT_EQ(Bytes(&tuned[13], &tuned[18]), (Bytes{0x20, 0x78, 3, 0, 33}));  // 227360 kHz
+  EXPECT_EQ(ask({0xB3, 1}, 9)[6] & 1, 0);
+  sim::pass_time(500ms);
+  EXPECT_EQ(ask({0xB2, 0}, 24)[6] & 0x05, 0x05);
+  EXPECT_EQ(ask({0xB3, 1}, 9)[5] & 1, 1);   // a new list
+  EXPECT_EQ(ask({0xB3, 1}, 9)[5] & 1, 0);   // was acknowledged
+  EXPECT_EQ(ask({0x84, 0}, 25)[5] & 1, 0);  // nothing plays, no packet
+  EXPECT_EQ(ask({0x81, 0, 0, 0, 0xB5, 0x43, 0, 0, 12, 0, 0, 0})[1] & 0x40, 0);
+  const Bytes packet = ask({0x84, 0}, 80);
+  EXPECT_EQ(packet[19], 2 + 45 + 1);  // two prefix bytes, the text, its end
+  EXPECT_EQ(std::string(&packet[27], &packet[39]), "Seegrund Pop");
+  EXPECT_EQ(sim::violations().size(), 0U);
+}
+
+TEST(SimulatedReceiver, SeeksFromStationToStationAndDecodesRds) {
+  start_booted(false);
+  std::vector<int> found;
+  for (bool has_hit_limit = false; !has_hit_limit && found.size() < 30;) {
+    ask({0x31, 0, 0x01, 0, 0, 0});
+    sim::pass_time(5s);
+    const Bytes quality = ask({0x32, 0x09}, 23);
+    found.push_back((quality[7] + 256 * quality[8]) / 10);
+    has_hit_limit = (quality[6] & 0x80) != 0;
+  }
+  EXPECT_EQ(found, (std::vector{876, 888, 903, 930, 946, 959, 971, 985, 1002, 1019, 1034, 1057,
+                                1078, 876}));
+  EXPECT_EQ(ask({0x34, 0}, 21)[6] & 0x1A, 0);  // silent until its properties are written
+  ask({0x13, 0, 0x02, 0x3C, 0x01, 0x00});
+  ask({0x13, 0, 0x00, 0x39, 0x00, 0x39});
+  const Bytes group = ask({0x34, 0}, 21);
+  EXPECT_EQ(group[6] & 0x1A, 0x1A);
+  EXPECT_EQ(Bytes(&group[9], &group[11]), (Bytes{0x01, 0x42}));
+  EXPECT_EQ(Bytes(&group[13], &group[15]), (Bytes{0x01, 0x42}));  // block A repeats the PI code
+}
+
+TEST(SimulatedFaults, StrikeWhereTheySay) {
+  using Row = std::pair<const char*, Bytes>;
+  const std::vector<Row> rows = {{"no_cts@opcode:B3", {0xFF, 0x00, 0, 0, 0xC0}},
+                                 {"no_cts@frame:9", {0xFF, 0x80, 0, 0, 0xC0}},
+                                 {"late_cts:1@frame:0", {0xFF, 0x00, 0, 0, 0xC0}},
+                                 {"command_error@frame:0", {0xFF, 0xC0, 0, 0, 0xC0}},
+                                 {"dropped_write@frame:0", {0xFF, 0x80, 0, 0, 0xC4}},
+                                 {"dropped_read@opcode:00", {0xFF, 0x80, 0, 0, 0xC8}},
+                                 {"arbiter_error", {0xFF, 0x80, 0, 0, 0xC2}},
+                                 {"non_recoverable@frame:1", {0xFF, 0x80, 0, 0, 0xC1}},
+                                 {"all_ones@frame:1", Bytes(5, 0xFF)},
+                                 {"all_zeros", Bytes(5)},
+                                 {"flipped_byte:3@frame:0", {0xFF, 0x80, 0, 0xFF, 0xC0}},
+                                 {"short_reply:4@frame:0", {0xFF, 0x80, 0, 0, 0}},
+                                 {"reset@frame:1", {0xFF, 0x80, 0, 0, 0}}};
+  for (const auto& [fault, received] : rows) {
+    start_booted(true, {sim::parse_fault(fault).value()});
+    EXPECT_EQ(ask({0xB3, 1}), received) << fault;
+  }
+  for (const char* text : {"", "no_such", "garbage:x", "no_cts@frame", "no_cts@opcode:100"}) {
+    EXPECT_FALSE(sim::parse_fault(text)) << text;
+  }
+}
+
+TEST(SimulatedState, OutlivesAKilledRunAndNoDamagedFileIsBelieved) {
+  std::string name = (std::filesystem::temp_directory_path() / "sim_selftest_XXXXXX").string();
+  const std::filesystem::path directory = ::mkdtemp(name.data());
+  if (const pid_t child = ::fork(); child == 0) {
+    start({.directory = directory});
+    sim::set_booted(true);
+    frame({0xB0, 0, 33, 0, 0, 0});
+    ::_exit(0);  // as if killed: nothing is tidied up
+  } else {
+    EXPECT_EQ(::waitpid(child, nullptr, 0), child);
+  }
+  std::filesystem::remove(directory / "dev/spidev0.0");  // as if SPI were disabled
+  start({.directory = directory});
+  sim::pass_time(1s);
+  EXPECT_EQ(ask({0xB2, 0}, 24)[17], 33);
+  sim::power_off();
+  EXPECT_FALSE(std::filesystem::exists(directory / "dev/spidev0.0"));
+
+  std::ostringstream text;
+  text << std::ifstream(directory / "state").rdbuf();
+  const std::string whole = text.str();
+  ASSERT_EQ(sim::serialise(sim::parse_state(whole).value()), whole);
+  for (std::size_t i = 0; i < whole.size(); ++i) {
+    std::string damaged = whole;
+    damaged[i] = static_cast<char>(damaged[i] ^ 0x01);
+    EXPECT_FALSE(sim::parse_state(damaged) || sim::parse_state(whole.substr(0, i))) << i;
+  }
+  std::ofstream(directory / "state") << whole.substr(0, whole.size() / 2);
+  std::filesystem::create_directory_symlink(directory, directory / "link");
+  testing::internal::CaptureStderr();
+  start({.directory = directory});
+  EXPECT_EQ(frame(Bytes(5)), Bytes(5));  // in reset
+  sim::power_on({.directory = directory / "link"});
+  EXPECT_EQ(bcm2835_init(), 0);
+  const std::string messages = testing::internal::GetCapturedStderr();
+  EXPECT_EQ(std::count(messages.begin(), messages.end(), '\n'), 2) << messages;
+  sim::power_off();
+  std::filesystem::remove_all(directory);
+}
+
+}  // namespace

@@ -1,0 +1,116 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// What the tests share: a fresh board for every script, a scripted chip on it, and what happened on
+// the wire as short texts. The scripts count frames, command writes and reads alike.
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <optional>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "si468x/bus.h"
+#include "si468x/protocol.h"
+#include "sim/board.h"
+#include "sim/scripted_device.h"
+
+using Bytes = std::vector<std::uint8_t>;
+using Lines = std::vector<std::string>;
+
+/// A frame as the chip clocks it out: a byte without meaning, four status bytes, and data.
+inline Bytes frame(std::uint8_t status_0, std::uint8_t status_3, const Bytes& data = {}) {
+  Bytes bytes(5 + data.size());
+  bytes[0] = 0x5A;
+  bytes[1] = status_0;
+  bytes[4] = status_3;
+  std::copy(data.begin(), data.end(), bytes.begin() + 5);
+  return bytes;
+}
+inline Bytes reply(const Bytes& data) { return frame(0x80, 0xC0, data); }
+
+inline const Bytes ready = frame(0x80, 0xC0);    // CTS, firmware running
+inline const Bytes busy = frame(0x00, 0xC0);     // no CTS
+inline const Bytes refused = frame(0xC0, 0xC0);  // CTS, command error
+inline const Bytes arbiter = frame(0x80, 0xC2);  // CTS, arbiter error
+inline const Bytes broken = frame(0x80, 0xC1);   // CTS, non-recoverable error
+
+/// The chip answers `good_frames` frames well, the next `times` with `then`, all others well again.
+struct Script {
+  const char* what = "all well";
+  std::size_t good_frames = 0;
+  std::size_t times = 0;
+  Bytes then = {};
+  int result = 0;
+  std::uint32_t code = 0;       ///< Si468x_ErrorCode behind it
+  std::uint64_t waited_us = 0;  ///< sum of all delays
+  std::string text = {};        ///< what is printed
+};
+
+template <class Action>
+std::string printed(Action action) {
+  testing::internal::CaptureStdout();
+  action();
+  return testing::internal::GetCapturedStdout();
+}
+
+/// The program's output behind its notice, which ends with an empty line.
+inline std::string behind_notice(const std::string& output) {
+  const std::string head = "Starting...kestrel DAB radio client\nkestrel 1.4.0\nPlease note:\n";
+  EXPECT_EQ(output.substr(0, head.size()), head);
+  return output.substr(output.find("\n\n") + 2);
+}
+
+/// The bytes of every command frame since the start, in hexadecimal.
+inline Lines commands() {
+  Lines lines;
+  for (const auto& text : sim::event_texts()) {
+    if (text.starts_with("frame ") && !text.starts_with("frame 00"))
+      lines.push_back(text.substr(6));
+  }
+  return lines;
+}
+
+/// All events; "read N" for N bytes of zeros sent, "load N" for N bytes behind a HOST_LOAD header.
+inline Lines happened() {
+  Lines lines;
+  for (const auto& event : sim::events()) {
+    const auto& sent = event.sent;
+    auto text = to_string(event);
+    if (text.starts_with("frame 04 00 00 00")) text = "load " + std::to_string(sent.size() - 4);
+    if (!sent.empty() && sent == Bytes(sent.size())) text = "read " + std::to_string(sent.size());
+    lines.push_back(text);
+  }
+  return lines;
+}
+
+/// Every start is a new board with a scripted chip, its bus set up, nothing logged yet.
+class Board : public testing::Test {
+ protected:
+  ~Board() override { sim::power_off(); }
+  sim::Scripted_device& start() {
+    sim::power_on({});
+    sim::attach(chip_.emplace());
+    EXPECT_EQ(Si468x_bus_init(), 0);
+    sim::clear_events();
+    Si468x_ErrorCode = 0;
+    return *chip_;
+  }
+
+  template <class Operation>
+  void play(const Bytes& good, Operation operation, const std::vector<Script>& scripts = {{}}) {
+    for (const auto& row : scripts) {
+      SCOPED_TRACE(row.what);
+      start().answer(good, row.good_frames).answer(row.then, row.times).by_default(good);
+      EXPECT_EQ(printed([&] { EXPECT_EQ(operation(), row.result); }), row.text);
+      EXPECT_EQ(Si468x_ErrorCode, row.code);
+      EXPECT_EQ(sim::waited(), std::chrono::microseconds(row.waited_us));
+      EXPECT_EQ(chip_->left(), 0U);
+      EXPECT_EQ(sim::violations(), Lines{});
+    }
+  }
+
+  std::optional<sim::Scripted_device> chip_;
+};
