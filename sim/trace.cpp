@@ -15,6 +15,8 @@ namespace {
 
 constexpr std::size_t bytes_shown = 32;
 constexpr std::uint8_t read_opcode = 0x00;
+constexpr std::uint8_t load_opcode = 0x04;
+constexpr std::size_t load_header_bytes = 4;
 
 std::string frame_text(const Event& event, std::uint64_t number) {
   std::string text = "frame " + std::to_string(number);
@@ -61,6 +63,9 @@ Trace::Trace(const std::filesystem::path& path) {
 
 void Trace::event(const Event& event, std::uint64_t frame_number) {
   if (file_ != nullptr) {
+    if (event.sent.size() > load_header_bytes && event.sent[0] == load_opcode) {
+      image_bytes_ += event.sent.size() - load_header_bytes;
+    }
     line(event.at,
          event.kind == Event_kind::frame ? frame_text(event, frame_number) : to_string(event));
   }
@@ -77,7 +82,8 @@ void Trace::summary(const Totals& totals) {
     line(totals.simulated,
          "summary: " + seconds(totals.waited) + " s in " + std::to_string(totals.delays) +
              " delays, " + seconds(totals.on_wire) + " s for " + std::to_string(totals.wire_bytes) +
-             " bytes in " + std::to_string(totals.frames) + " frames");
+             " bytes in " + std::to_string(totals.frames) + " frames" +
+             (image_bytes_ == 0 ? "" : ", " + std::to_string(image_bytes_) + " of them images"));
   }
 }
 

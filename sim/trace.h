@@ -43,6 +43,7 @@ class Trace {
   void line(Time at, const std::string& text);
 
   std::unique_ptr<std::FILE, Closer> file_;
+  std::uint64_t image_bytes_ = 0;  ///< loaded by HOST_LOAD, without its headers
 };
 
 /// Seconds with nanoseconds, such as "0.200001024".
