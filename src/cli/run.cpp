@@ -5,13 +5,17 @@
 
 #include <cstdio>
 
+#include "cli/frequency_list_file.h"
 #include "cli/options.h"
+#include "scan/ensemble_list.h"
 #include "si468x/boot.h"
 #include "si468x/bus.h"
 #include "si468x/chip_info.h"
 #include "si468x/dab_status.h"
 #include "si468x/dab_tuning.h"
+#include "si468x/ensemble_time.h"
 #include "si468x/properties.h"
+#include "si468x/service_list.h"
 #include "si468x/service_playback.h"
 
 namespace {
@@ -40,6 +44,7 @@ void play(const arguments& given) {
 /// Carry out what was asked for. The order is fixed: tuning comes before playing, playing before
 /// the reports on it. Only a failed tune ends the run; a command that fails says so itself.
 void carry_out(const arguments& given) {
+  if (given.frequency_list != 0) (void)load_freq_list_from_file(given.frequency_list_file);
   if (given.i2s_given != 0) {
     (void)set_properties_output(static_cast<unsigned char>(given.i2s_out));
   }
@@ -50,8 +55,13 @@ void carry_out(const arguments& given) {
   if (given.digrad_status != 0) {
     (void)(given.format_json != 0 ? print_digrad_status_json() : print_digrad_status());
   }
+  if (given.digital_service_list != 0) (void)print_digital_service_list();
   if (given.station_text != 0) (void)print_station_text();
   if (given.event_status != 0) (void)print_event_status();
+  if (given.datetime != 0) {
+    (void)(given.format_json != 0 ? print_ensembletime_json() : print_ensembletime());
+  }
+  if (given.full_scan != 0) (void)dab_full_scan();
   if (given.shutdown != 0) {
     Si468x_power_down();
     std::puts("Si468x shut down\n");

@@ -33,6 +33,11 @@ inline constexpr std::uint8_t get_sys_state = 0x09;
 inline constexpr std::uint8_t get_func_info = 0x12;
 inline constexpr std::uint8_t set_property = 0x13;
 inline constexpr std::uint8_t get_property = 0x14;
+inline constexpr std::uint8_t fm_tune_freq = 0x30;
+inline constexpr std::uint8_t fm_seek_start = 0x31;
+inline constexpr std::uint8_t fm_rsq_status = 0x32;
+inline constexpr std::uint8_t fm_rds_status = 0x34;
+inline constexpr std::uint8_t get_digital_service_list = 0x80;
 inline constexpr std::uint8_t start_digital_service = 0x81;
 inline constexpr std::uint8_t stop_digital_service = 0x82;
 inline constexpr std::uint8_t get_digital_service_data = 0x84;
@@ -41,6 +46,7 @@ inline constexpr std::uint8_t dab_digrad_status = 0xB2;
 inline constexpr std::uint8_t dab_get_event_status = 0xB3;
 inline constexpr std::uint8_t dab_set_freq_list = 0xB8;
 inline constexpr std::uint8_t dab_get_freq_list = 0xB9;
+inline constexpr std::uint8_t dab_get_time = 0xBC;
 }  // namespace opcode
 
 /// A status read: the read-reply command, four status bytes, the first two bytes of the reply's
@@ -96,7 +102,7 @@ void Si468x_failure(std::int16_t, std::uint32_t code);
 
 std::int16_t Si468x_min(std::int16_t a, std::int16_t b);
 void Si468x_clear_array(std::uint8_t* a, std::uint16_t n);
-/// Copy `n` bytes, the highest index first: `dst` may overlap `src` from above.
+/// Copy `n` bytes one by one, the highest index first, also where the arrays overlap.
 void Si468x_byte_array_copy(std::uint8_t* dst, std::uint8_t* src, std::uint16_t n);
 /// Print `label`, then `n` bytes as two hex digits and a blank each, then a newline.
 void Si468x_hex_print(std::uint8_t* a, std::uint16_t n, char* label);
