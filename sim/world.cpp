@@ -13,6 +13,8 @@ using namespace std::chrono_literals;
 
 // A board that was left alone for longer than this, or whose clock was set back, has just been off.
 constexpr Time longest_absence = 24h * 3650;
+// Between two runs on the virtual clock: long enough for the receiver to have got on with its work.
+constexpr Time virtual_absence = 1s;
 
 Time wall_now() {
   return std::chrono::duration_cast<Time>(std::chrono::system_clock::now().time_since_epoch());
@@ -52,9 +54,10 @@ Saved_state World::saved_by(const Board_directory* directory) {
 }
 
 Time World::time_now(const Saved_state& saved, bool is_virtual) {
-  const bool was_away = !is_virtual && saved.wall > Time{0};
-  return saved.now +
-         (was_away ? std::clamp<Time>(wall_now() - saved.wall, 0ns, longest_absence) : Time{0});
+  if (saved.wall <= Time{0}) return saved.now;  // a board that is switched on for the first time
+  return saved.now + (is_virtual
+                          ? virtual_absence
+                          : std::clamp<Time>(wall_now() - saved.wall, 0ns, longest_absence));
 }
 
 Saved_state World::present() const {
