@@ -14,6 +14,8 @@
 #include "si468x/dab_status.h"
 #include "si468x/dab_tuning.h"
 #include "si468x/ensemble_time.h"
+#include "si468x/fm_rds.h"
+#include "si468x/fm_tuning.h"
 #include "si468x/properties.h"
 #include "si468x/service_list.h"
 #include "si468x/service_playback.h"
@@ -49,6 +51,7 @@ void carry_out(const arguments& given) {
     (void)set_properties_output(static_cast<unsigned char>(given.i2s_out));
   }
   if (given.frequency != 0 && tune_freq(given.frequency) == -1) return;
+  if (given.fm_frequency != 0 && tune_fm_freq(given.fm_frequency) == -1) return;
   if (given.play != 0) play(given);
   if (given.volume_given != 0) (void)set_volume(given.volume);
   if (given.chip_info != 0) (void)print_chip_info();
@@ -61,6 +64,12 @@ void carry_out(const arguments& given) {
   if (given.datetime != 0) {
     (void)(given.format_json != 0 ? print_ensembletime_json() : print_ensembletime());
   }
+  if (given.next != 0) {
+    (void)Si468x_tune_next_station();
+  } else if (given.previous != 0) {
+    (void)Si468x_tune_previous_station();
+  }
+  if (given.rds_status != 0) (void)get_rds_status();
   if (given.full_scan != 0) (void)dab_full_scan();
   if (given.shutdown != 0) {
     Si468x_power_down();
