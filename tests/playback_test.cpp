@@ -46,7 +46,7 @@ Bytes packet(std::size_t bytes, const Bytes& payload) {
 }
 
 TEST_F(Playback, PacketIsReadUnderOneChipSelectWithinItsArray) {
-  for (const std::size_t claimed : {0, 3, 4, 4975, 4976, 65535}) {
+  for (const std::size_t claimed : {0U, 3U, 4U, 4975U, 4976U, 65535U}) {
     SCOPED_TRACE(claimed);
     const auto taken = std::min<std::size_t>(claimed, 5000 - 25);
     start().answer({0xEE, 0xEE}).answer(busy).answer(packet(claimed, Bytes(65535, 0xA7)));

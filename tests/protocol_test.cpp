@@ -129,18 +129,18 @@ TEST_F(Properties, VolumeIsCheckedAnnouncedAndSet) {
 }
 
 TEST_F(Properties, AudioOutputStopsAtTheFirstPropertyThatFails) {
-  for (const unsigned char enable : {'\0', '\1', '\177'}) {
+  for (const int enable : {0, 1, 127}) {
     const std::uint8_t output = enable == 0 ? 1 : 2;
     const std::vector<Bytes> values{{0x00, 0x80}, {output, 0x00}, {0x00, 0x10}};
-    Lines sent{"13 00 00 02 00 80", "14 01 00 02",       "13 00 00 08 02 00",
-               "14 01 00 08",       "13 00 02 02 00 10", "14 01 02 02"};
-    sent[2][13] = static_cast<char>('0' + output);
-    for (std::size_t good = 0; good <= 3; ++good) {
+    const Lines whole{"13 00 00 02 00 80", "14 01 00 02",       "13 00 00 08 02 00",
+                      "14 01 00 08",       "13 00 02 02 00 10", "14 01 02 02"};
+    for (const int good : {0, 1, 2, 3}) {
       for (const auto operation : {set_properties_output, set_options_i2s}) {
         start().by_default(refused);
-        for (std::size_t i = 0; i < good; ++i) chip_->answer(reply(values[i]), 5);
-        EXPECT_EQ(operation(enable), good == 3 || operation == set_options_i2s ? 0 : -1);
-        EXPECT_EQ(commands(), Lines(sent.begin(), sent.begin() + (good == 3 ? 6 : 2L * good + 1)));
+        for (int i = 0; i < good; ++i) chip_->answer(reply(values.at(std::size_t(i))), 5);
+        EXPECT_EQ(operation(static_cast<unsigned char>(enable)),
+                  good == 3 || operation == set_options_i2s ? 0 : -1);
+        EXPECT_EQ(commands(), Lines(sent.begin(), sent.begin() + (good == 3 ? 6 : 2 * good + 1)));
       }
     }
   }

@@ -37,7 +37,7 @@ class Whole_run : public testing::Test {
   void run(const std::string& options, const std::string& prefix = "timeout 20",
            const std::string& then = "") {
     const auto command = "cd '" + directory_ +
-                         "' || exit; env -i KESTREL_SIM_DIR=\"$PWD/board\" "
+                         "' || exit; env -i --default-signal=INT KESTREL_SIM_DIR=\"$PWD/board\" "
                          "KESTREL_SIM_TRACE=\"$PWD/trace\" KESTREL_SIM_CLOCK=virtual " +
                          prefix + " '" KESTREL_SIM_PROGRAM "' " + options + " >out 2>err " + then;
     status_ = WEXITSTATUS(std::system(command.c_str()));
@@ -74,23 +74,51 @@ TEST_F(Whole_run, PlaysOnAndIsFoundByTheNextRun) {
   }
 }
 
-TEST_F(Whole_run, KilledWhileBootingLeavesABoardToBoot) {
-  // The trace goes through a pipe too short for the 300 lines of a boot, so that the program waits
-  // for us near the line at which it is to be killed.
-  for (const int lines : {18, 22, 30, 60, 180}) {
+TEST_F(Whole_run, KilledAtAnyMomentLeavesABoardForTheNextRun) {
+  // The trace goes through a pipe too short for the lines of a run, so that the program waits for
+  // us near the line at which it is to be killed: in the reset, between the pieces of a frame, in a
+  // scan.
+  struct Death {
+    const char* options;
+    int line;
+    int signal;
+    int last_line;
+  };
+  const Death deaths[]{{"-b D", 18, SIGKILL, 290},  {"-b D", 22, SIGTERM, 290},
+                       {"-b D", 30, SIGINT, 290},   {"-b D", 60, SIGKILL, 290},
+                       {"-b D", 180, SIGTERM, 290}, {"-u", 100, SIGINT, 800},
+                       {"-u", 600, SIGKILL, 800}};
+  expect_playing();
+  for (const auto& death : deaths) {
+    std::filesystem::remove(path("trace"));
     ASSERT_EQ(mkfifo(path("trace").c_str(), 0600), 0);
-    run("-b D", "", "& echo $! >pid");
+    run(death.options, "", "</dev/null & echo $! >pid");
     std::FILE* const trace = std::fopen(path("trace").c_str(), "r");
     ASSERT_GE(fcntl(fileno(trace), F_SETPIPE_SZ, 4096), 4096);
     int seen = 0;
-    while (seen < lines) seen += std::fgetc(trace) == '\n' ? 1 : 0;
-    ASSERT_EQ(kill(std::stoi(content("pid")), SIGKILL), 0);
+    while (seen < death.line) seen += std::fgetc(trace) == '\n' ? 1 : 0;
+    ASSERT_EQ(kill(std::stoi(content("pid")), death.signal), 0);
     for (int c = 0; c != EOF; seen += c == '\n' ? 1 : 0) c = std::fgetc(trace);
-    EXPECT_LT(seen, 290) << "it had booted already";
+    EXPECT_LT(seen, death.last_line) << "it had ended already";
     std::fclose(trace);
     std::filesystem::remove(path("trace"));
     expect_playing();
-    std::filesystem::remove(path("trace"));
+  }
+}
+
+TEST_F(Whole_run, GoesOnWithoutItsStandardStreams) {
+  for (const auto* streams : {">&-", ">/dev/full", "<&-", "2>&-", "<&- >&- 2>&-"}) {
+    run("-b D -i -d", "timeout 20", streams);
+    EXPECT_EQ(status_, 0) << streams;
+    run("-i");
+    EXPECT_NE(out_.find("Powerup state:                              3\n"), std::string::npos);
+    // What would have been printed must not get into the file, nor the file into what is printed.
+    run("-u", "timeout 20", streams);
+    EXPECT_EQ(status_, 0) << streams;
+    const auto document = content("ensemblescan__.json");
+    EXPECT_TRUE(document.starts_with("{\"content\": \"FullStationScan\"")) << streams;
+    EXPECT_TRUE(document.ends_with("]}")) << streams;
+    std::filesystem::remove(path("ensemblescan__.json"));
   }
 }
 

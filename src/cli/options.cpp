@@ -76,13 +76,14 @@ constexpr std::array<Option, 21> table{{
 }};
 
 /// The table as argp wants it, with the zero row that ends it.
-constexpr auto options = [] {
+constexpr auto argp_rows() {
   std::array<argp_option, table.size() + 1> rows{};
   for (std::size_t i = 0; i < table.size(); ++i) {
     rows[i] = {table[i].name, table[i].key, table[i].arg, 0, table[i].help, 0};
   }
   return rows;
-}();
+}
+constexpr auto options = argp_rows();
 
 /// As the user typed it: text that is no number is 0, and the destination's width cuts it.
 long number(const char* arg) { return std::strtol(arg, nullptr, 10); }

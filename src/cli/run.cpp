@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "cli/run.h"
 
+#include <fcntl.h>
 #include <unistd.h>
 
 #include <cstdio>
@@ -21,6 +22,16 @@
 #include "si468x/service_playback.h"
 
 namespace {
+
+/// A closed standard stream must not become the number of the next file that is opened: what is
+/// printed would go into the scan file, or to the processor's memory.
+void fill_standard_streams() {
+  int descriptor = 0;
+  do {
+    descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor >= 0) (void)close(descriptor);  // the first one beyond them
+}
 
 /// Boot the firmware that was asked for; another letter boots nothing.
 void boot(char firmware) {
@@ -93,6 +104,7 @@ void print_new_start_banner() {
 }
 
 int run(int argc, char** argv) {
+  fill_standard_streams();
   arguments given;
   std::puts("Starting...kestrel DAB radio client");
   std::puts(argp_program_version);

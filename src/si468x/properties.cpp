@@ -19,6 +19,7 @@ constexpr std::uint16_t analog_volume = 0x0300;
 constexpr std::uint16_t audio_output = 0x0800;
 }  // namespace property
 
+constexpr std::size_t property_reply_bytes = 7;
 constexpr unsigned highest_volume = 63;
 constexpr std::uint16_t output_analog = 1;
 constexpr std::uint16_t output_i2s = 2;
@@ -28,7 +29,7 @@ constexpr std::uint16_t i2s_format_value = 0x1000;
 /// Read one property. `code` is that of the operation that asks.
 std::int16_t read_property(std::uint16_t id, std::uint16_t& value, Error code) {
   constexpr std::uint8_t one_property = 1;
-  std::array<std::uint8_t, reply_data + sizeof value> reply{};
+  std::array<std::uint8_t, property_reply_bytes> reply{};
   const auto outcome = send_command(
       std::array{opcode::get_property, one_property, octet(id, 0), octet(id, 1)}, reply);
   if (outcome < 0) return failed(code, outcome);
