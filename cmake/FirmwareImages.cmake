@@ -50,7 +50,8 @@ function(kestrel_firmware_image symbol file_name size)
       PARENT_SCOPE)
 endfunction()
 
-# kestrel_add_firmware(<target>): compiles the three images into the target.
+# kestrel_add_firmware(<target>): compiles the three images into the target. The global property
+# KESTREL_STAND_INS then names those that a stand-in takes the place of.
 function(kestrel_add_firmware target)
   # An image that is put in place later makes the build configure itself again.
   file(GLOB present CONFIGURE_DEPENDS "${KESTREL_FIRMWARE_DIR}/*.bin")
@@ -62,6 +63,7 @@ function(kestrel_add_firmware target)
     message(NOTICE "Warning: no ${names} in ${KESTREL_FIRMWARE_DIR}; stand-ins are built in. "
                    "Such a kestrel can boot the simulated receiver only.")
   endif()
+  set_property(GLOBAL PROPERTY KESTREL_STAND_INS ${firmware_missing})
   set(source "${CMAKE_CURRENT_BINARY_DIR}/firmware_images.S")
   file(CONFIGURE OUTPUT "${source}" @ONLY CONTENT [[
         .section .rodata

@@ -45,8 +45,9 @@ constexpr auto rows = std::to_array<Row>({
 });
 
 std::string in_words(std::uint64_t number, const Words& words) {
-  const bool has_word = number < words.size() && !words[number].empty();
-  return ' ' + (has_word ? std::string(words[number]) : std::to_string(number));
+  const auto index = static_cast<std::size_t>(number);
+  const bool has_word = number < words.size() && !words[index].empty();
+  return ' ' + (has_word ? std::string(words[index]) : std::to_string(number));
 }
 
 }  // namespace

@@ -3,8 +3,7 @@
 // Power-up, loading and boot: what the chip is sent, when, and how each step fails.
 #include "si468x/boot.h"
 
-#include <unistd.h>
-
+#include <cstdio>
 #include <filesystem>
 #include <fstream>
 #include <tuple>
@@ -21,8 +20,8 @@ const Bytes loader = frame(0x80, 0x80);  // CTS, boot loader running
 // Frames before the first block of the patch: POWER_UP and two reads, LOAD_INIT and one. A block is
 // two frames, its own and a status read.
 constexpr std::size_t before_patch = 5;
-constexpr std::size_t before_image = before_patch + 2 * 2 + 2;
-constexpr std::size_t before_boot = before_image + 128 * 2;  // of the DAB image
+constexpr std::size_t before_image = before_patch + 2 + 2 + 2;
+constexpr std::size_t before_boot = before_image + 256;  // the DAB image has 128
 
 /// What arrived behind the HOST_LOAD headers.
 Bytes loaded() {
@@ -133,7 +132,8 @@ TEST_F(Boot, ResultsTellRefusalFromWrongState) {
 TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
   Bytes image(8185);
   for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<std::uint8_t>(i / 7);
-  auto path = testing::TempDir() + "kestrel_image_" + std::to_string(getpid());
+  std::FILE* const file = std::tmpfile();  // has no name, so that nothing can stay behind
+  auto path = "/proc/self/fd/" + std::to_string(fileno(file));
   // Size, number of blocks, result, codes from memory and from a file; the third block is refused.
   const std::tuple<unsigned, std::size_t, int, std::uint32_t, std::uint32_t> cases[]{
       {0, 0, -6, 8, 107},
@@ -153,7 +153,8 @@ TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
       EXPECT_EQ(loaded(), Bytes(image.begin(), image.begin() + size));
     }
   }
-  std::filesystem::remove(path);
+  std::fclose(file);
+  path = "no such file";
   play(loader, [&] { return Si468x_load_firmware(path.data()); }, {{"no file", 0, 0, {}, -6, 7}});
   path = "/sys/kernel/mm/transparent_hugepage/enabled";  // claims a page, and gives a line
   if (!std::filesystem::exists(path)) GTEST_SKIP() << "no file that claims too much";

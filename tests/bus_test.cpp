@@ -59,6 +59,7 @@ TEST_F(Bus, PiecesUnderOneChipSelectAreOneFrameInPlace) {
   std::iota(received.begin(), received.end(), std::uint8_t{77});
   start().answer(received).answer({0xA1, 0xA2});
   auto buffer = sent;
+  bcm2835_peri_write(bcm2835_spi0 + 1, 0x55);  // left over in the FIFO
   Si468x_SPI_CS_low();
   EXPECT_EQ(Si468x_SPI_RW_data_noCS(buffer.data(), 4), 0);
   EXPECT_EQ(Si468x_SPI_RW_data_noCS(buffer.data() + 4, 0), 0);

@@ -132,8 +132,9 @@ TEST_F(Properties, AudioOutputStopsAtTheFirstPropertyThatFails) {
   for (const int enable : {0, 1, 127}) {
     const std::uint8_t output = enable == 0 ? 1 : 2;
     const std::vector<Bytes> values{{0x00, 0x80}, {output, 0x00}, {0x00, 0x10}};
-    const Lines whole{"13 00 00 02 00 80", "14 01 00 02",       "13 00 00 08 02 00",
-                      "14 01 00 08",       "13 00 02 02 00 10", "14 01 02 02"};
+    Lines sent{"13 00 00 02 00 80", "14 01 00 02",       "13 00 00 08 02 00",
+               "14 01 00 08",       "13 00 02 02 00 10", "14 01 02 02"};
+    sent[2].replace(13, 1, std::to_string(output));
     for (const int good : {0, 1, 2, 3}) {
       for (const auto operation : {set_properties_output, set_options_i2s}) {
         start().by_default(refused);

@@ -6,7 +6,6 @@
 
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <optional>
 #include <sstream>
 #include <string>
@@ -22,11 +21,8 @@ using Lines = std::vector<std::string>;
 
 /// A frame as the chip clocks it out: a byte without meaning, four status bytes, and data.
 inline Bytes frame(std::uint8_t status_0, std::uint8_t status_3, const Bytes& data = {}) {
-  Bytes bytes(5 + data.size());
-  bytes[0] = 0x5A;
-  bytes[1] = status_0;
-  bytes[4] = status_3;
-  std::copy(data.begin(), data.end(), bytes.begin() + 5);
+  Bytes bytes{0x5A, status_0, 0x00, 0x00, status_3};
+  for (const auto byte : data) bytes.push_back(byte);
   return bytes;
 }
 inline Bytes reply(const Bytes& data) { return frame(0x80, 0xC0, data); }

@@ -1,0 +1,199 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// FM: tuning and seeking on the wire and on the air, and the reports on signal and RDS.
+#include <unistd.h>
+
+#include <functional>
+#include <iomanip>
+#include <tuple>
+
+#include "cli/run.h"
+#include "si468x/fm_rds.h"
+#include "si468x/fm_tuning.h"
+#include "support.h"
+
+namespace {
+
+using Fm = Board;
+
+constexpr const char* rsq =
+    "FM RSQ status  |Signal Noise Ratio above high threshold:|Signal Noise Ratio below low "
+    "threshold:|RSSI above high threshold:|RSSI below low threshold:|Seek band limit was hit:|"
+    "HD was detected (HD level above threshold):|Filtered HD was detected:|AFC rail indicator:|"
+    "Valid channel:|Currently tuned frequency:|Frequency offset:|RSSI:|Signal Noise Ratio:|"
+    "Multipath indicator:|Antenna tuning capacitor value:|"
+    "HD availability confidence factor (level):|Filtered HD level:";
+constexpr const char* rds =
+    "FM RDS status  |Traffic Program code changed:|Program Identification code changed:|RDS "
+    "synchronization status changed:|RDS data received, FIFO full:|Traffic Program and PTY valid:|"
+    "Program Identification code valid:|RDS synchronized:|RDS FIFO overrun, data lost:|TP flag:|"
+    "PTY code:|PTY Meaning (Europe):|Program Identification:|Groups left in RDS FIFO:|Bit Errors "
+    "in Block A:|Bit Errors in Block B:|Bit Errors in Block C:|Bit Errors in Block D:|Block A|"
+    "Block B|Block C|Block D";
+
+/// The report with `labels`, the first its header, and `values`; those left out are 0.
+std::string report(const std::string& labels, const std::string& values) {
+  std::istringstream in(labels), value_in(values);
+  std::ostringstream out;
+  std::string label, value;
+  std::getline(in, label, '|');
+  for (out << label << '\n' << std::left; std::getline(in, label, '|'); value.clear()) {
+    if (!std::getline(value_in, value, '|')) value = "0";
+    out << std::setw(44) << label << value << '\n';
+  }
+  out << '\n';
+  return out.str();
+}
+
+void receive(bool dab) {
+  sim::power_on({});
+  sim::set_booted(dab);
+  EXPECT_EQ(Si468x_bus_init(), 0);
+}
+
+TEST_F(Fm, TunesAndSeeksWaitForComplete) {
+  const std::tuple<std::function<int()>, const char*, std::uint32_t> cases[]{
+      {[] { return Si468x_FM_tune_freq(98'765); }, "frame 30 00 94 26 00 00 00", 66},
+      {Si468x_tune_next_station, "frame 31 00 01 00 00 00", 60},
+      {Si468x_tune_previous_station, "frame 31 00 03 00 00 00", 63}};
+  const auto complete = frame(0x81, 0xC0);
+  const std::string untuned = "Could not tune to frequency\n\n";
+  for (const auto& [operation, sent, code] : cases) {
+    play(complete, operation,
+         {{"refused", 1, 1, refused, -2, code},
+          {"errors, then complete", 2, 5, frame(0xC1, 0xC0), 0, 114, 500'000},
+          {"never", 2, 100, ready, 0, code + 100, 10'000'000},
+          {"never, with errors", 2, 100, arbiter, -1, code + 100, 10'000'000},
+          {"at once"}});
+    EXPECT_EQ(happened(), (Lines{sent, "read 7", "read 7"}));
+    receive(true);  // the DAB firmware knows nothing of FM
+    EXPECT_EQ(operation(), -2);
+    EXPECT_EQ(Si468x_ErrorCode, code);
+  }
+  play(complete, [] { return tune_fm_freq(98'500); },
+       {{"at once", 0, 0, {}, 0, 0, 500'000, "Tuned.\n\n"},
+        {"never", 2, 100, ready, 0, 166, 10'500'000, "Tuned.\n\n"},
+        {"never, with errors", 2, 100, refused, -1, 166, 10'000'000, untuned},
+        {"refused", 1, 1, refused, -1, 66, 0, untuned}});
+}
+
+TEST_F(Fm, SeeksGoFromAnyPlaceToTheNearestReceivableStation) {
+  // From where; the next station and the previous one, 1 more if the band's limit was hit.
+  const std::array<unsigned, 3> cases[]{
+      {64'000, 87'600, 107'801},    // below the band
+      {87'500, 87'600, 107'801},    // its lower limit
+      {91'700, 93'000, 90'300},     // a station too weak to be found itself
+      {98'450, 98'500, 97'100},     // between two channels
+      {98'500, 100'200, 97'100},    // on a station
+      {107'800, 87'601, 105'700},   // the highest one
+      {108'000, 87'601, 107'800}};  // the upper limit
+  for (const auto& [from, next, previous] : cases) {
+    for (const auto& [seek, found] :
+         {std::pair(&Si468x_tune_next_station, next), {&Si468x_tune_previous_station, previous}}) {
+      receive(false);
+      Si468x_FM_rsq_status quality;
+      EXPECT_EQ(Si468x_FM_tune_freq(from) + seek() + quality.get_status(), 0);
+      EXPECT_EQ(quality.freq + quality.bandLimit, found) << from;
+      EXPECT_EQ(quality.valid, 1);
+    }
+  }
+}
+
+TEST_F(Fm, ReportsShowEveryBitAndEveryProgrammeType) {
+  std::istringstream names(
+      "No programme type defined|News|Current affairs|Information|Sport|Education|Drama|Culture|"
+      "Science|Varied|Popular Music (Pop)|Rock Music|Easy Listening|Light Classical|Serious "
+      "Classical|Other Music|Weather|Finance|Children's Programmes|Social Affairs|Religion|"
+      "Phone-in|Travel|Leisure|Jazz Music|Country Music|National Music|Oldies Music|Folk Music|"
+      "Documentary|Alarm Test|Alarm");
+  // The lines that show bits 7 to 0 of bytes 5 and 6 as 1: letters from a; '-': none.
+  const std::string quality_bits = "----abcde-fg--hi", rds_bits = "---ab-cd---ef-gh";
+  for (std::uint8_t i = 0; i < 32; ++i) {
+    std::string name, quality = "0|0|0|0|0|0|0|0|0|", programme = quality;
+    std::getline(names, name, '|');
+    const auto byte_7 = std::uint8_t(0xC0 | i | i % 2 << 5);  // traffic programme if odd
+    const auto bits = 0x8000U >> i;
+    start().by_default(reply({std::uint8_t(bits >> 8U), std::uint8_t(bits), byte_7}));
+    if (i < 16 && quality_bits[i] != '-') quality[2 * std::size_t(quality_bits[i] - 'a')] = '1';
+    if (i < 16 && rds_bits[i] != '-') programme[2 * std::size_t(rds_bits[i] - 'a')] = '1';
+    programme[16] = i % 2 == 0 ? '0' : '1';
+    quality += std::to_string(10 * byte_7);
+    programme += std::to_string(i) + '|' + name;
+    Si468x_FM_rsq_status quality_record;
+    Si468x_FM_rds_status rds_record;
+    EXPECT_EQ(quality_record.get_status() + rds_record.get_status(), 0);
+    EXPECT_EQ(printed([&] { quality_record.print_data(), rds_record.print_data(); }),
+              report(rsq, quality) + report(rds, programme));
+  }
+}
+
+TEST_F(Fm, RdsIsReportedOnceItsPropertiesReadBack) {
+  const auto quality = report(rsq, "0|1|0|1|1|0|1|1|0|87500|253|251|231|97|4660|82|241");
+  const auto groups = report(
+      rds, "0|1|1|0|1|0|0|1|1|10|Popular Music (Pop)|54017|14|3|2|1|0|54018|9544|57805|65349");
+  const auto no_groups = report(rds, "0|0|0|0|0|0|0|0|0|0|No programme type defined");
+  const auto quality_reply =
+      reply({0xF5, 0x92, 0x2E, 0x22, 0xFD, 0xFB, 0xE7, 0x61, 0x34, 0x12, 0x77, 0x52, 0xF1});
+  const auto groups_reply = reply({0x0A, 0x11, 0xEA, 0x77, 0x01, 0xD3, 0x0E, 0xE4, 0x02, 0xD3, 0x48,
+                                   0x25, 0xCD, 0xE1, 0x45, 0xFF});
+  const auto failed = frame(0x80, 0xC1, Bytes(18, 0xFF));
+  // The frame that is answered otherwise, result, code, what is printed, and commands sent.
+  const std::tuple<std::size_t, Bytes, int, unsigned, std::string, std::size_t> cases[]{
+      {1, refused, -2, 18, "", 1},
+      {4, reply({0x01, 0x01}), -6, 218, "", 2},
+      {6, arbiter, -1, 18, "", 3},
+      {9, reply({0x00, 0x38}), -6, 218, "", 4},
+      {12, failed, 0, 61, report(rsq, "") + groups, 6},
+      {15, failed, 0, 62, quality + no_groups, 6},
+      {0, ready, 0, 0, quality + groups, 6}};
+  for (const auto& [nth, answer, result, code, text, sent] : cases) {
+    std::vector<Bytes> answers(16, ready);
+    answers[4] = reply({0x01, 0x00}), answers[9] = reply({0x00, 0x39});
+    answers[12] = quality_reply, answers[15] = groups_reply;
+    answers[nth] = answer;
+    start();
+    for (const auto& bytes : answers) chip_->answer(bytes);
+    EXPECT_EQ(printed([&] { EXPECT_EQ(get_rds_status(), result); }), text);
+    EXPECT_EQ(Si468x_ErrorCode, code);
+    EXPECT_EQ(commands().size(), sent);
+  }
+  EXPECT_EQ(commands(), (Lines{"13 00 02 3c 01 00", "14 01 02 3c", "13 00 00 39 00 39",
+                               "14 01 00 39", "32 09", "34 00"}));
+  EXPECT_EQ(happened()[12] + happened()[15], "read 23read 21");
+}
+
+TEST_F(Fm, ReceiverDecodesRdsOnlyWhenAskedTo) {
+  receive(false);
+  Si468x_FM_rds_status state;
+  EXPECT_EQ(Si468x_FM_tune_freq(98'500), 0);
+  sim::pass_time(std::chrono::seconds(2));
+  EXPECT_EQ(state.get_status(), 0);
+  EXPECT_EQ(state.synchronized + state.pi + state.fifo_used, 0);
+  EXPECT_NE(printed(get_rds_status).find("Popular Music (Pop)\n"), std::string::npos);
+  EXPECT_EQ(state.get_status(), 0);
+  EXPECT_EQ(std::tuple(state.synchronized, state.pi, state.tp), std::tuple(1, 0x4A22, 1));
+  receive(true);
+  EXPECT_EQ(printed([&] { EXPECT_EQ(get_rds_status(), -2); }), "");
+  EXPECT_EQ(state.get_status(), -2);
+  EXPECT_EQ(state.pi, 0x4A22);  // a failed read keeps what was read before
+}
+
+TEST_F(Fm, RunTunesThenSeeksThenReports) {
+  if (geteuid() != 0) GTEST_SKIP() << "a run needs root";
+  const std::string tune = "30 00 7a 26 00 00 00", down = "Si468x shut down\n\n";
+  // Options, a command that is refused, the commands sent and the end of the output.
+  const std::tuple<std::string, std::uint8_t, Lines, std::string> cases[]{
+      {"-kxXF98500", 0xFF, {tune, "31 00 01 00 00 00"}, "Tuned.\n\n" + down},
+      {"-kXrF98500", 0x30, {tune}, "Could not tune to frequency\n\n"},
+      {"-krXF0", 0x13, {"31 00 03 00 00 00", "13 00 02 3c 01 00"}, down}};
+  for (const auto& [options, bad, sent, text] : cases) {
+    sim::power_on({.faults = {{sim::Fault_kind::command_error, bad}}});
+    sim::set_booted(false);
+    std::string program = "kestrel", words = options;
+    char* argv[]{program.data(), words.data(), nullptr};
+    EXPECT_EQ(behind_notice(printed([&] { run(2, argv); })), "SPI bus enabled.\n\n" + text);
+    EXPECT_EQ(commands(), sent);
+  }
+}
+
+}  // namespace

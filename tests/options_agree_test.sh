@@ -1,0 +1,59 @@
+#!/usr/bin/env bash
+# SPDX-License-Identifier: GPL-3.0-or-later
+#
+# options_agree_test.sh <directory of kestrel-sim> <source directory>
+#
+# The options stand in five places: the program's own help, the manual page, the README's table, and the
+# completions. All must know the same ones: short name, long name, and whether there is an argument.
+set -uo pipefail
+
+programs="$1"
+source="$2"
+failures=0
+
+# Each from_... prints lines such as "-b --boot=" or "-k --shutdown", or "--usage" for a long name alone.
+from_help() {
+  env -u ARGP_HELP_FMT "$programs/kestrel-sim" --help |
+    sed -nE 's/^ {1,6}((-.), )?(--[a-z0-9_]+=?).*/\2 \3/p'
+}
+from_manual() {
+  sed -nE 's/^\.It Fl ([^- ])(\\&)? , Fl -([a-z0-9_]+)( Ns (=) Ns Ar [A-Z]+)?$/-\1 --\3\5/p
+           s/^\.It Fl -([a-z0-9_]+)$/--\1/p' "$source/docs/kestrel.1"
+}
+from_readme() {
+  grep '^| `-' "$source/README.md" | cut -d '|' -f 2 | tr ';' '\n' |
+    sed -nE 's/^ *(`(-.)`, )?`(--[a-z0-9_]+=?)[A-Z]*` *$/\2 \3/p'
+}
+
+# The completions offer names, without telling which belong together.
+from_bash() (
+  source "$source/completion/kestrel.bash"
+  COMP_WORDS=(kestrel -) COMP_CWORD=1
+  _kestrel
+  printf '%s\n' "${COMPREPLY[@]}"
+)
+from_zsh() {
+  zsh -f -c '_arguments() { print -rl -- "$@" }; source "$1"' - "$source/completion/_kestrel" |
+    sed -nE 's/^(\([^)]*\))?(--?[^[+]+)\+?\[.*/\2/p'
+}
+
+# agree <place> <expected> <found>
+agree() {
+  diff --label "kestrel-sim --help" --label "$1" -u0 <(sort <<<"$2") <(sort <<<"$3") || ((++failures))
+}
+
+options="$(from_help | sed 's/^ *//')"
+[ "$(wc -l <<<"$options")" -ge 24 ] || {
+  printf 'The help shows these options only:\n%s\n' "$options"
+  ((++failures))
+}
+agree docs/kestrel.1 "$options" "$(from_manual)"
+agree README.md "$options" "$(from_readme | sed 's/^ *//')"
+names="$(tr ' ' '\n' <<<"$options")"
+agree completion/kestrel.bash "$names" "$(from_bash)"
+if command -v zsh >/dev/null; then
+  agree completion/_kestrel "$names" "$(from_zsh)"
+else
+  echo "completion/_kestrel was not compared: zsh is not installed"
+fi
+exit $((failures > 0))

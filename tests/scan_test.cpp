@@ -1,0 +1,250 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// The scan with its questions and its file, the time it keeps, and the user's own frequency list.
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <tuple>
+
+#include "cli/frequency_list_file.h"
+#include "scan/ensemble_list.h"
+#include "support.h"
+
+namespace {
+
+const std::string questions =
+    "Please indicate the location of the Corvane (the antenna location) during the scan:\n"
+    "Street number (optional): \nStreet name: \nPostal code: \nCity: \nCountry: \n"
+    "Indoor or outdoor. If indoor, please indicate the building level (0 = ground floor) as well: "
+    "\nGPS latitude (optional): \nGPS longitude (optional): \nThank you\n";
+
+std::string progress(unsigned khz, std::size_t rssi) {
+  return "Scanning frequency: " + std::to_string(khz) +
+         " kHz. Found signal with RSSI: " + std::string(rssi, '-') + '\n';
+}
+
+std::string content(const std::string& name) {
+  std::ostringstream text;
+  text << std::ifstream(name).rdbuf();
+  return text.str();
+}
+
+/// In a directory of its own, with standard input from a string.
+class Scan : public Board {
+ protected:
+  Scan() {
+    if (mkdtemp(directory_.data()) == nullptr) std::abort();
+    std::filesystem::current_path(directory_);
+  }
+  ~Scan() override {
+    std::cin.rdbuf(input_);
+    std::filesystem::current_path(before_);
+    std::filesystem::remove_all(directory_);
+  }
+  static void receive(const std::vector<sim::Fault>& faults) {
+    sim::power_on({.faults = faults});
+    sim::set_booted(true);
+    EXPECT_EQ(Si468x_bus_init(), 0);
+  }
+  template <class Action>
+  std::string printed_with(const std::string& answers, Action action) {
+    answers_.str(answers);
+    std::cin.rdbuf(answers_.rdbuf());
+    return printed([&] { EXPECT_EQ(action(), 0); });
+  }
+
+ private:
+  std::string directory_ = std::filesystem::temp_directory_path() / "kestrel_test_XXXXXX";
+  std::filesystem::path before_ = std::filesystem::current_path();
+  std::streambuf* input_ = std::cin.rdbuf();
+  std::istringstream answers_;
+};
+
+TEST_F(Scan, TimeIsShownAsItIsSent) {
+  const std::string
+      never = "0-0-0T0:0:0Z\n",
+      json =
+          "\"ensembleTime\": {\n\"year\": 2017,\n\"month\": 3,\n\"day\": 5,\n\"hour\": 9,\n"
+          "\"minute\": 7,\n\"second\": 0\n}\n";
+  const auto date = reply({0xE1, 0x07, 0x03, 0x05, 0x09, 0x07, 0x00}), ones = reply(Bytes(7, 0xFF));
+  play(date, print_ensembletime,
+       {{"date", 0, 0, {}, 0, 0, 0, "2017-3-5T9:7:0Z\n"},
+        {"not checked", 2, 1, ones, 0, 0, 0, "65535-255-255T255:255:255Z\n"},
+        {"error in the reply", 2, 1, frame(0x80, 0xC2, Bytes(7, 1)), 0, 35, 0, never}});
+  play(date, print_ensembletime_json, {{"date", 0, 0, {}, 0, 0, 0, json}});
+  EXPECT_EQ(happened(), (Lines{"frame bc 01", "read 7", "read 12"}));
+}
+
+TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
+  const std::string good = "174928\n", length_20 = "174928 8901234567890\n", zero(1, '\0');
+  std::string lines;
+  for (int i = 0; i < 10'000; ++i) lines.append(good);
+  const auto lines_48 = lines.substr(0, 48 * good.size());
+  const char* const bounds = "Frequency out of bounds. Frequency should be given in kHZ\n";
+  const char* const many = "Too many frequencies. The frequency list holds 48 at the most\n";
+  using List = std::vector<unsigned>;
+  // What is in the file, what is sent, and what is said when nothing is.
+  std::vector<std::tuple<std::string, List, std::string>> cases{
+      {"174928\n176640\n", {174'928, 176'640}, ""},
+      {" \t+174928 kHz\r\n176640\r\n10000x\n1000000", {174'928, 176'640, 10'000, 1'000'000}, ""},
+      {"", {}, ""},
+      {"174928 890123456789\n174928 890123456789", {174'928, 174'928}, ""},  // 19 characters
+      {good + length_20 + good, {174'928}, ""},
+      {std::string(5'000'000, '1'), {}, ""},
+      {lines_48, List(48, 174'928), ""},
+      {lines_48 + length_20, List(48, 174'928), ""},
+      {"174928" + zero + "9\n176640\n", {174'928, 176'640}, ""},
+      {lines_48 + good, {}, many},
+      {lines, {}, many}};
+  for (const auto& bad : {good + '\n' + good, good + '\n', good + "9999\n", lines_48 + "1\n",
+                          std::string("1000001"), "-" + good, std::string(19, '9'), zero + good}) {
+    cases.emplace_back(bad, List{}, bounds);
+  }
+  const auto load = [] { return load_freq_list_from_file("list"); };
+  for (const auto& [text, list, error] : cases) {
+    SCOPED_TRACE(text.substr(0, 60));
+    std::ofstream("list") << text;
+    std::string said;
+    Bytes sent{0xB8, std::uint8_t(list.size()), 0, 0};
+    for (const auto khz : list) {
+      said.append("Added frequency to frequency list: ").append(std::to_string(khz)).append("\n");
+      for (const auto shift : {0U, 8U, 16U, 24U}) sent.push_back(std::uint8_t(khz >> shift));
+    }
+    if (error.empty()) {
+      play(ready, load,
+           {{"refused", 1, 1, refused, -1, 20, 0, said + "Error setting frequency list.\n"}});
+      said.append("Sent new frequency list to the Si468x.\n");
+    }
+    play(ready, load, {{"", 0, 0, {}, error.empty() ? 0 : -1, 0, 0, said + error}});
+    EXPECT_EQ(sim::commands(), std::vector<Bytes>(error.empty() ? 1 : 0, sent));
+  }
+  for (const auto* missing : {"missing", ".", "list/list", ""}) {
+    play(ready, [&] { return load_freq_list_from_file(missing); },
+         {{missing, 0, 0, {}, -1, 0, 0, "Frequency file does not exist\n"}});
+    EXPECT_EQ(commands(), Lines{});
+  }
+}
+
+TEST_F(Scan, WholeBandIsVisitedAndWhatIsThereIsWritten) {
+  // Refused: the tune behind Hochried, the list of the second ensemble, the time of the third.
+  constexpr auto refusal = sim::Fault_kind::command_error;
+  receive({{refusal, 0xB0, 3}, {refusal, 0x80, 2}, {refusal, 0xBC, 2}});
+  const auto output = printed_with("1\nA\n10115\nBerlin\n", dab_full_scan);
+  const auto document = nlohmann::json::parse(content("ensemblescan_10115_Berlin.json"));
+  ASSERT_EQ(document["ensembleList"].size(), sim::band_iii_blocks);
+  std::string expected;
+  std::size_t rssi = 0, found = 0;
+  for (std::size_t i = 0; i < sim::band_iii_blocks; ++i) {
+    const auto& entry = document["ensembleList"][i];
+    const auto khz = sim::band_iii_khz()[i];
+    sim::Ensemble here{.rssi_dbuv = sim::noise_dbuv(khz)};
+    for (const auto& one : sim::air().ensembles) here = one.khz == khz ? one : here;
+    if (i != 3) rssi = here.rssi_dbuv;  // else the one before is shown again
+    expected.append(progress(khz, rssi));
+    if (here.list) ++found, expected.append("Found ensemble!\n");
+    const bool has_list = here.list && found != 2;
+    // Passwind's time comes long after its list.
+    const bool has_time = here.time && found != 3 && here.time < std::chrono::seconds(5);
+    EXPECT_EQ(entry["EnsemleNo"], i);
+    EXPECT_EQ(entry["DigradStatus"]["tune_freq"], i == 3 ? 0 : khz);
+    EXPECT_EQ(entry.contains("DigitalServiceList"), has_list);
+    EXPECT_EQ(entry.contains("ensembleTime"), has_time);
+    for (std::size_t k = 0; has_list && k < here.services.size(); ++k) {
+      EXPECT_EQ(entry["DigitalServiceList"]["ServiceList"].at(k)["ServId"], here.services[k].id);
+    }
+  }
+  EXPECT_EQ(found, 9U);
+  EXPECT_EQ(output, expected + questions);
+}
+
+TEST_F(Scan, DocumentIsWrittenToTheByteAndBuffersAreReused) {
+  receive({{sim::Fault_kind::command_error, 0xB0, 0}});
+  unsigned frequencies_khz[]{174'928, 227'360};
+  EXPECT_EQ(Si468x_DAB_set_freq_list(frequencies_khz, 2), 0);
+  Ensemble_list ensembles;
+  const auto scan = [&] { return ensembles.rescan(); };
+  EXPECT_EQ(printed_with("1\nAm Tor\n10115\nBerlin\nDE\n0\n52.5\n13.4\nmore", scan),
+            progress(174'928, 0) + progress(227'360, 62) + "Found ensemble!\n" + questions);
+  std::ofstream("ensemblescan_10115_Berlin.json") << std::string(99'999, 'x');
+  EXPECT_EQ(ensembles.save_to_file(), 0);
+  std::stringstream text;
+  text << "{\"content\": \"FullStationScan\",\n\"FrequencyRegion\": \"Unknown\",\n\"Location\": {\n"
+          "\"StreetNo\": \"1\",\n\"Street\": \"Am Tor\",\n\"PostalCode\": \"10115\",\n\"City\": "
+          "\"Berlin\",\n\"Country\": \"DE\",\n\"Floor\": \"0\",\n\"gps_latitude\": \"52.5\",\n"
+          "\"gps_longitude\": \"13.4\"\n},\n\"ensembleList\": [\n{\n\"EnsemleNo\": 0,\n";
+  Si468x_DAB_digrad_status().json_print_data(text), text << "}\n,{\n\"EnsemleNo\": 1,\n";
+  ensembles.digrad_status[1].json_print_data(text), text << ",\n";
+  ensembles.service_list[1].json_print_data(text), text << ",\n";
+  ensembles.ensemble_time[1].json_print_data(text), text << "}\n]}";
+  EXPECT_EQ(content("ensemblescan_10115_Berlin.json"), text.str());
+  // The slot of the refused tune has no buffer until the second scan, which succeeds.
+  const auto* const buffer = ensembles.service_list[1].ServiceEntries;
+  EXPECT_EQ(ensembles.service_list[0].ServiceEntries, nullptr);
+  printed_with("", scan);
+  EXPECT_EQ(ensembles.service_list[1].ServiceEntries, buffer);
+  EXPECT_NE(ensembles.service_list[0].ServiceEntries, nullptr);
+}
+
+TEST_F(Scan, AnswersAreTakenAsTheyAreTyped) {
+  const std::string megabytes(3'000'000, 'x');
+  // What is typed; the street as it is kept; the file, or nothing.
+  const std::tuple<std::string, std::string, std::string> cases[]{
+      {"", "", "ensemblescan__.json"},
+      {"7\nAm \"Tor\\", "Am \"Tor\\", "ensemblescan__.json"},  // ends in the middle of a line
+      {"7\r\nAm Tor\r\n1\r\nB\r\n", "Am Tor\r", "ensemblescan_1\r_B\r.json"},
+      {"\n" + megabytes + "\n1\nB\n", megabytes, "ensemblescan_1_B.json"},
+      {"\n\n1\nno/such\n", "", ""},
+      {"\n\n" + megabytes, "", ""}};
+  start().by_default(reply({0}));  // no frequencies
+  for (const auto& [typed, street, file] : cases) {
+    EXPECT_EQ(printed_with(typed, dab_full_scan), questions);
+    EXPECT_EQ(std::filesystem::is_empty("."), file.empty());
+    const auto text = content(file);
+    EXPECT_EQ(text.find("\"Street\": \"" + street + "\",\n") == std::string::npos, file.empty());
+    EXPECT_NE(text.ends_with("\n},\n\"ensembleList\": [\n]}"), file.empty());
+    std::filesystem::remove(file);
+  }
+}
+
+/// Claims 255 frequencies without an ensemble; notes what is on standard output at each tune.
+struct Watching_chip : sim::Spi_device {
+  void select() override { at = 0; }
+  void deselect() override {}
+  void reset_line(bool /*high*/) override {}
+  std::uint8_t exchange(std::uint8_t mosi) override {
+    struct stat output {};
+    if (at == 0 && mosi == 0xB0 && fstat(1, &output) == 0) seen.push_back(output.st_size);
+    return at < answer.size() ? answer[at++] : std::uint8_t{0};
+  }
+  std::vector<off_t> seen;
+  std::size_t at = 0;
+  Bytes answer = frame(0x81, 0xC0, {0xFF, 0x00, 0xFF});
+};
+
+TEST_F(Scan, VisitsNoMoreThanItsSlotsAndShowsEachAtOnceWithStandardInputClosed) {
+  Watching_chip chip;
+  start();
+  sim::attach(chip);
+  std::string expected;
+  std::vector<off_t> seen;  // as long as the lines before
+  for (int i = 0; i < 48; ++i) {
+    seen.push_back(static_cast<off_t>(expected.size()));
+    expected.append(progress(0, 255));
+  }
+  const int input = dup(STDIN_FILENO);
+  close(STDIN_FILENO);
+  EXPECT_EQ(printed(dab_full_scan), expected + questions);
+  dup2(input, STDIN_FILENO);
+  close(input);
+  std::clearerr(stdin), std::cin.clear();
+  EXPECT_EQ(chip.seen, seen);
+  EXPECT_EQ(nlohmann::json::parse(content("ensemblescan__.json"))["ensembleList"].size(), 48U);
+  sim::power_off();
+}
+
+}  // namespace
