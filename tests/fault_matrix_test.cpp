@@ -26,7 +26,7 @@ const std::map<Fault_kind, const char*> kinds{
     {Fault_kind::dropped_write, "FWFFWW"}, {Fault_kind::dropped_read, "FWFFWW"},
     {Fault_kind::all_ones, "FFFFWW"},      {Fault_kind::non_recoverable, "FWFFWW"},
     {Fault_kind::all_zeros, "FWWFWF"},     {Fault_kind::reset, "F??F?F"},
-    {Fault_kind::garbage, "??????"}};
+    {Fault_kind::garbage, "??????"},       {Fault_kind::flipped_byte, "?WW?WW"}};
 
 /// A frame of the clean run: it belongs to the `nth` exchange with `opcode` (0: a status read).
 struct Place {
@@ -151,7 +151,8 @@ char find_fate(const Place& place, Fault_kind kind, bool is_unseen) {
   if (place.opcode != 0x84) return kinds.at(kind)[place.role];
   // Service data: the reader looks at CTS alone, and a reply without a packet prints nothing.
   if (kind == Fault_kind::no_cts || (kind == Fault_kind::all_zeros && is_command)) return 'F';
-  return is_reset || kind == Fault_kind::garbage ? '?' : 'W';
+  const bool is_changed = kind == Fault_kind::garbage || kind == Fault_kind::flipped_byte;
+  return is_reset || is_changed ? '?' : 'W';
 }
 
 /// The lines of an output, with '#' for a number and without the words that a station, a table of
@@ -229,8 +230,12 @@ class Fault_matrix : public testing::TestWithParam<Command_line>, public Forked_
       return {};
     std::vector<sim::Fault> faults;
     for (const auto& [kind, fates] : kinds) {
-      const auto seed = kind == Fault_kind::garbage ? static_cast<std::uint32_t>(frame) + 1 : 0;
-      faults.push_back({.kind = kind, .nth = 0, .number = seed});
+      const bool is_flip = kind == Fault_kind::flipped_byte;
+      if (is_flip && is_load(*at)) continue;  // what is read while loading carries no data
+      const auto seed = static_cast<std::uint32_t>(frame) + 1;
+      constexpr std::uint32_t first_data_byte = 5;  // where counts and lengths stand
+      const auto number = is_flip ? first_data_byte : kind == Fault_kind::garbage ? seed : 0;
+      faults.push_back({.kind = kind, .nth = 0, .number = number});
     }
     return faults;
   }

@@ -153,7 +153,9 @@ TEST_F(Fm, RdsIsReportedOnceItsPropertiesReadBack) {
     answers[nth] = answer;
     start();
     for (const auto& bytes : answers) chip_->answer(bytes);
-    EXPECT_EQ(printed([&] { EXPECT_EQ(get_rds_status(), result); }), text);
+    int outcome = 77;
+    EXPECT_EQ(printed([&] { outcome = get_rds_status(); }), text);
+    EXPECT_EQ(outcome, result);
     EXPECT_EQ(Si468x_ErrorCode, code);
     EXPECT_EQ(commands().size(), sent);
   }

@@ -83,6 +83,6 @@ int Ensemble_list::save_to_file() {
     write_entry(document, *this, i);
   }
   document << "]}";
-  file << document.str();
+  file << document.view();
   return 0;
 }

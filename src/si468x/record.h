@@ -5,11 +5,14 @@
 // that table.
 #pragma once
 
+#include <algorithm>
 #include <array>
+#include <charconv>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
 #include <ostream>
+#include <string_view>
 
 #include "si468x/protocol.h"
 #include "si468x/wire.h"
@@ -19,8 +22,8 @@ namespace si468x {
 template <class Record>
 struct Field {
   Wire_bits where;
-  const char* key;    ///< JSON key, or null: not in the JSON
-  const char* label;  ///< label in the text report, or null: not in the report
+  std::string_view key;  ///< JSON key, or empty: not in the JSON
+  const char* label;     ///< label in the text report, or null: not in the report
   void (*store)(Record&, std::uint32_t);
   std::int64_t (*load)(const Record&);  ///< wide enough for every field, signed or not
 };
@@ -39,7 +42,7 @@ struct Member_of<Value Record::*> {
 /// A row of a field table for `Member`, such as `&Si468x_time::year`: with a JSON key and a label
 /// ...
 template <auto Member>
-constexpr auto field(Wire_bits where, const char* key, const char* label) {
+constexpr auto field(Wire_bits where, std::string_view key, const char* label) {
   using Record = typename Member_of<decltype(Member)>::record;
   using Value = typename Member_of<decltype(Member)>::value;
   return Field<Record>{
@@ -50,19 +53,23 @@ constexpr auto field(Wire_bits where, const char* key, const char* label) {
 /// ... for a record that has a text report only, or for a field that is in no report ...
 template <auto Member>
 constexpr auto text_field(Wire_bits where, const char* label = nullptr) {
-  return field<Member>(where, nullptr, label);
+  return field<Member>(where, {}, label);
 }
 /// ... and for a record that is written as JSON only.
 template <auto Member>
-constexpr auto json_field(Wire_bits where, const char* key) {
+constexpr auto json_field(Wire_bits where, std::string_view key) {
   return field<Member>(where, key, nullptr);
 }
 
-/// Does every field lie within a frame of `frame_bytes`? For a static_assert beside each table.
+/// The most characters that a JSON key has.
+inline constexpr std::size_t longest_key = 24;
+
+/// Does every field lie within a frame of `frame_bytes`, and every key within its limit? For a
+/// static_assert beside each table.
 template <class Record, std::size_t Count>
 constexpr bool fits(const Field_table<Record, Count>& fields, std::size_t frame_bytes) {
   for (const auto& field : fields) {
-    if (field.where.last_byte() >= frame_bytes) return false;
+    if (field.where.last_byte() >= frame_bytes || field.key.size() > longest_key) return false;
   }
   return true;
 }
@@ -116,20 +123,30 @@ void print_fields(const Field_table<Record, Count>& fields, const Record& record
   }
 }
 
-/// One JSON member: the key in quotes, a colon, a blank, the number, and what separates it from the
-/// next.
-inline void write_member(std::ostream& out, const char* key, std::int64_t value,
-                         const char* separator = ",\n") {
-  out << '"' << key << "\": " << value << separator;
+/// One JSON member: the key (of at most `longest_key` characters) in quotes, a colon, a blank, the
+/// number, and what separates it from the next (of at most two characters). Composed first and
+/// written at once: a scan file has tens of thousands of members, and a stream takes its time for
+/// every piece.
+inline void write_member(std::ostream& out, std::string_view key, std::int64_t value,
+                         std::string_view separator = ",\n") {
+  constexpr std::string_view colon = "\": ";
+  constexpr std::size_t longest_number = 20;
+  constexpr std::size_t longest_separator = 2;
+  std::array<char, 1 + longest_key + colon.size() + longest_number + longest_separator> member{'"'};
+  auto* end = std::copy_n(key.data(), std::min(key.size(), longest_key), &member[1]);
+  end = std::copy(colon.begin(), colon.end(), end);
+  end = std::to_chars(end, end + longest_number, value).ptr;
+  end = std::copy_n(separator.data(), std::min(separator.size(), longest_separator), end);
+  out.write(member.data(), end - member.data());
 }
 
 /// One JSON member for each field; `last_separator` stands behind the last of them.
 template <class Record, std::size_t Count>
 void write_members(std::ostream& out, const Field_table<Record, Count>& fields,
-                   const Record& record, const char* last_separator = ",\n") {
+                   const Record& record, std::string_view last_separator = ",\n") {
   for (std::size_t i = 0; i < Count; ++i) {
     write_member(out, fields[i].key, fields[i].load(record),
-                 i + 1 < Count ? ",\n" : last_separator);
+                 i + 1 < Count ? std::string_view(",\n") : last_separator);
   }
 }
 

@@ -116,6 +116,17 @@ std::size_t entry_bytes(const std::uint8_t* entry) {
   return service_bytes + component_bytes * component_count.read(entry);
 }
 
+/// Write the bytes of a label, whatever they are, with a backslash before each quote.
+void write_label(std::ostream& out, const std::uint8_t (&label)[sizeof Service::Label]) {
+  std::array<char, 2 * sizeof label> text{};
+  auto* end = text.data();
+  for (const auto byte : label) {
+    if (byte == '"') *end++ = '\\';
+    *end++ = static_cast<char>(byte);
+  }
+  out.write(text.data(), end - text.data());
+}
+
 /// Write the elements 0 to `count` - 1 of an array, a comma between two, and close it and the
 /// object that it ends.
 template <class Write_element>
@@ -196,10 +207,7 @@ int Si468x_service_data::json_print_data(std::stringstream& out, unsigned short 
   visit_id_fields(*this, [&](const auto& fields) { write_members(out, fields, *this); });
   write_members(out, service_fields, *this);
   out << "\"Label\": \"";
-  for (const auto byte : Label) {
-    if (byte == '"') out << '\\';
-    out << static_cast<char>(byte);
-  }
+  write_label(out, Label);
   out << "\",\n";
   Component component;
   const std::size_t count = ComponentEntries == nullptr ? 0 : NumberComponents;
