@@ -55,9 +55,8 @@ Saved_state World::saved_by(const Board_directory* directory) {
 
 Time World::time_now(const Saved_state& saved, bool is_virtual) {
   if (saved.wall <= Time{0}) return saved.now;  // a board that is switched on for the first time
-  return saved.now + (is_virtual
-                          ? virtual_absence
-                          : std::clamp<Time>(wall_now() - saved.wall, 0ns, longest_absence));
+  return saved.now + (is_virtual ? virtual_absence
+                                 : std::clamp<Time>(wall_now() - saved.wall, 0ns, longest_absence));
 }
 
 Saved_state World::present() const {
