@@ -230,9 +230,11 @@ class Fault_matrix : public testing::TestWithParam<Command_line>, public Forked_
     if (places_.empty()) return {};
     const auto is_load = [](const Place& place) { return place.opcode == 0x04; };
     const auto at = places_.begin() + static_cast<std::ptrdiff_t>(frame);
-    const auto before = std::count_if(places_.begin(), at, is_load);
-    const auto left = std::count_if(at, places_.end(), is_load);
-    if (!strikes_all && is_load(*at) && before >= 4 && before % 16 != 0 && left > 4) return {};
+    if (!strikes_all && is_load(*at)) {
+      const auto before = std::count_if(places_.begin(), at, is_load);
+      const auto left = std::count_if(at, places_.end(), is_load);
+      if (before >= 4 && before % 16 != 0 && left > 4) return {};
+    }
     std::vector<sim::Fault> faults;
     for (const auto& [kind, fates] : kinds) {
       const bool is_flip = kind == Fault_kind::flipped_byte;

@@ -101,8 +101,9 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
       {"174928" + zero + "9\n176640\n", {174'928, 176'640}, ""},
       {lines_48 + good, {}, many},
       {lines, {}, many}};
-  for (const auto& bad : {good + '\n' + good, good + '\n', good + "9999\n", lines_48 + "1\n",
-                          std::string("1000001"), "-" + good, std::string(19, '9'), zero + good}) {
+  for (const auto& bad :
+       {std::string("174928\n\n176640\n"), good + '\n', good + "9999\n", lines_48 + "1\n",
+        std::string("1000001"), "-" + good, std::string(19, '9'), zero + good}) {
     cases.emplace_back(bad, List{}, bounds);
   }
   const auto load = [] { return load_freq_list_from_file("list"); };
@@ -158,7 +159,6 @@ TEST_F(Scan, WholeBandIsVisitedAndWhatIsThereIsWritten) {
       EXPECT_EQ(entry["DigitalServiceList"]["ServiceList"].at(k)["ServId"], here.services[k].id);
     }
   }
-  EXPECT_EQ(found, 9U);
   EXPECT_EQ(output, expected + questions);
 }
 
@@ -231,7 +231,7 @@ TEST_F(Scan, VisitsNoMoreThanItsSlotsAndShowsEachAtOnceWithStandardInputClosed) 
   start();
   sim::attach(chip);
   std::string expected;
-  std::vector<off_t> seen;  // as long as the lines before
+  std::vector<off_t> seen;
   for (int i = 0; i < 48; ++i) {
     seen.push_back(static_cast<off_t>(expected.size()));
     expected.append(progress(0, 255));

@@ -26,6 +26,8 @@ class Ensemble_list {
   // The slots' lists refer to this object's buffers.
   Ensemble_list(const Ensemble_list&) = delete;
   Ensemble_list& operator=(const Ensemble_list&) = delete;
+  Ensemble_list(Ensemble_list&&) = delete;
+  Ensemble_list& operator=(Ensemble_list&&) = delete;
 
   /// Visit every index, with progress on standard output as it happens, then ask for the location.
   /// Always 0.
@@ -39,7 +41,7 @@ class Ensemble_list {
   int get_geo_location();
   /// Write the scan file `file_name`, replacing one that is there. A file that cannot be written is
   /// passed over in silence. Always 0.
-  int save_to_file();
+  int save_to_file() const;
 
   Si468x_digital_service_list service_list[slots];
   Si468x_DAB_digrad_status digrad_status[slots];

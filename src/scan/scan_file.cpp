@@ -71,7 +71,7 @@ int Ensemble_list::get_geo_location() {
   return 0;
 }
 
-int Ensemble_list::save_to_file() {
+int Ensemble_list::save_to_file() const {
   std::stringstream document;
   std::ofstream file(file_name, std::ios::trunc);
   document << "{\"content\": \"FullStationScan\",\n\"FrequencyRegion\": \"Unknown\",\n";

@@ -22,10 +22,10 @@ namespace si468x {
 template <class Record>
 struct Field {
   Wire_bits where;
-  std::string_view key;  ///< JSON key, or empty: not in the JSON
-  const char* label;     ///< label in the text report, or null: not in the report
-  void (*store)(Record&, std::uint32_t);
-  std::int64_t (*load)(const Record&);  ///< wide enough for every field, signed or not
+  std::string_view key;         ///< JSON key, or empty: not in the JSON
+  const char* label = nullptr;  ///< label in the text report, or null: not in the report
+  void (*store)(Record&, std::uint32_t) = nullptr;
+  std::int64_t (*load)(const Record&) = nullptr;  ///< wide enough for every field, signed or not
 };
 
 template <class Record, std::size_t Count>

@@ -30,9 +30,9 @@ constexpr bool has_bit(std::uint8_t byte, unsigned n) { return (byte >> n & 1U) 
 
 /// Where a number stands in a frame: `width` bits from bit `shift` of byte `byte` upwards.
 struct Wire_bits {
-  std::uint8_t byte;
-  std::uint8_t shift;
-  std::uint8_t width;
+  std::uint8_t byte = 0;
+  std::uint8_t shift = 0;
+  std::uint8_t width = 1;
 
   /// The last byte that holds some of it.
   [[nodiscard]] constexpr std::size_t last_byte() const {
