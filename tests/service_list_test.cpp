@@ -127,7 +127,7 @@ TEST_F(Service_list, AnyBytesAreReadAsTheModelReadsThem) {
       Bytes entry(24 + 4UL * (random() % 4 == 0 ? random() % 16 : random() % 3));
       if (list.size() + entry.size() > 4089) break;  // fewer than it promises
       std::generate(entry.begin(), entry.end(), byte);
-      entry[5] = std::uint8_t(entry[5] / 16 * 16 + (entry.size() - 24) / 4);
+      entry[5] = std::uint8_t((entry[5] & 0xF0U) | (entry.size() - 24) / 4);
       for (std::size_t i = 8; i < 24; ++i) entry[i] = std::uint8_t("A \"b\" "[random() % 6]);
       labels.emplace_back(entry.begin() + 8, entry.begin() + 24);
       list.insert(list.end(), entry.begin(), entry.end());
