@@ -11,6 +11,7 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <string>
 #include <utility>
 
@@ -171,10 +172,10 @@ void change_spi(const char* caller, Change change) {
 /// The word of SPI0 at `address`; nothing, and a violation, for memory that is not SPI0's.
 std::optional<std::size_t> word_at(const volatile uint32_t* address, const char* caller) {
   if (sim::peripherals().is_mapped(caller)) {
-    for (std::size_t word = 0; word < register_block.size(); ++word) {
-      if (address == &register_block[word]) {
-        return word;
-      }
+    const auto* begin = register_block.data();
+    const std::less<const volatile uint32_t*> is_before;
+    if (!is_before(address, begin) && is_before(address, begin + register_block.size())) {
+      return static_cast<std::size_t>(address - begin);
     }
     sim::world().report_misuse(std::string(caller) + " outside SPI0");
   }
