@@ -6,6 +6,15 @@
 include(GNUInstallDirs)
 install(TARGETS kestrel kestrel-sim)
 install(FILES docs/kestrel.1 docs/kestrel-sim.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+if(TARGET kestrelctl)
+  install(TARGETS kestrelctl)
+  install(FILES docs/kestrelctl.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+  install(
+    FILES completion/kestrelctl.bash
+    DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
+    RENAME kestrelctl)
+  install(FILES completion/_kestrelctl DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
+endif()
 
 # bash-completion looks for a file of the program's name: one is a link to the other.
 set(bash_completions "${CMAKE_INSTALL_DATADIR}/bash-completion/completions")

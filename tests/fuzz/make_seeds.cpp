@@ -5,6 +5,7 @@
 #include <bit>
 #include <fstream>
 
+#include "scan/ensemble_list.h"
 #include "sim/world.h"
 #include "support.h"
 
@@ -88,12 +89,34 @@ void record_run(Corpus& corpus, std::uint8_t number) {
   corpus.add("command_line", arguments);
 }
 
+/// The scan file of a single ensemble: a whole band is more than an input may have.
+void record_scan(Corpus& corpus) {
+  const auto name = std::filesystem::temp_directory_path() / "kestrel_seed_scan";
+  sim::power_on({});
+  sim::set_booted(true);
+  std::array<unsigned int, 1> frequency_khz{194064};
+  fuzz::require(Si468x_bus_init() == 0, "a board in order");
+  fuzz::require(Si468x_DAB_set_freq_list(frequency_khz.data(), 1) == 0, "a list that is taken");
+  std::istringstream typed(answers);
+  auto* const terminal = std::cin.rdbuf(typed.rdbuf());
+  Ensemble_list ensembles;
+  (void)ensembles.rescan();  // both always 0
+  std::cin.rdbuf(terminal);
+  ensembles.file_name = name;
+  (void)ensembles.save_to_file();
+  std::ostringstream document;
+  document << std::ifstream(name).rdbuf();
+  std::filesystem::remove(name);
+  corpus.add("scan_document", document.str());
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
   fuzz::require(argc == 2, "one directory");
   Corpus corpus(std::filesystem::absolute(argv[1]));
   for (std::uint8_t i = 0; i < fuzz::command_lines.size(); ++i) record_run(corpus, i);
+  record_scan(corpus);
   std::string frequencies;
   for (const auto khz : sim::band_iii_khz()) frequencies += std::to_string(khz) + '\n';
   corpus.add("frequency_file", frequencies);

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// `kestrelctl stations` and `kestrelctl play`: from scan files to a list, and from a name to a run.
+#include <algorithm>
+#include <iostream>
+
+#include "kestrelctl/commands.h"
+#include "kestrelctl/stations.h"
+#include "kestrelctl/text.h"
+
+namespace kestrelctl {
+namespace {
+
+/// kestrel printed what this says, and ended with status 0 all the same.
+constexpr std::string_view failures[]{"Could not tune to frequency", "Could not start service",
+                                      "Illegal value for volume"};
+
+int play(const Station& station, const Play_options& options) {
+  if (!station.is_playable()) {
+    std::cerr << "kestrelctl: " << station.name << " cannot be played: "
+              << (station.index == 0
+                      ? "it was found at index 0 of the frequency list, which kestrel's command "
+                        "line cannot tune. Scan with a list (-y) in which it is not the first\n"
+                      : "its service or component id is 0\n");
+    return exit_status::failure;
+  }
+  auto arguments = playing_arguments(station);
+  auto command = playing_command(station);
+  if (options.level) {
+    const auto level = std::to_string(*options.level);
+    arguments.insert(arguments.end(), {"-l", level});
+    command += " -l " + level;
+  }
+  if (options.is_dry_run) {
+    std::cout << command << '\n';
+    return exit_status::success;
+  }
+  std::cout << station.name << ", block " << station.block << ": " << command << '\n' << std::flush;
+  const auto report = run_kestrel(options.kestrel, arguments);
+  std::cout << report;
+  const auto is_said = [&report](std::string_view message) {
+    return report.find(message) != std::string::npos;
+  };
+  return std::ranges::any_of(failures, is_said) ? exit_status::failure : exit_status::success;
+}
+
+}  // namespace
+
+int list_stations_command(const Stations_options& options) {
+  auto stations = list_stations(read_scans(options.files));
+  const auto wanted = fold_case(options.filter);
+  std::erase_if(stations, [&wanted](const Station& station) {
+    return fold_case(station.name).find(wanted) == std::string::npos;
+  });
+  sort_stations(stations, options.sort);
+  if (options.form == "json") {
+    write_json(std::cout, stations);
+  } else if (options.form == "csv") {
+    write_csv(std::cout, stations);
+  } else if (options.form == "m3u") {
+    write_playlist(std::cout, stations);
+  } else {
+    write_table(std::cout, stations);
+  }
+  return exit_status::success;
+}
+
+int play_command(const Play_options& options) {
+  auto stations = list_stations(read_scans(options.files));
+  std::erase_if(stations, [&options](const Station& station) {
+    return station.kind == "data" ||
+           (!options.block.empty() && fold_case(station.block) != fold_case(options.block));
+  });
+  auto found = find_stations(stations, options.name);
+  if (found.size() == 1) return play(found.front(), options);
+  const auto name = make_harmless(options.name);
+  if (found.empty()) {
+    std::cerr << "kestrelctl: no station is called '" << name
+              << "'; kestrelctl stations lists them\n";
+    return exit_status::not_found;
+  }
+  sort_stations(found, "name");
+  std::cerr << "kestrelctl: '" << name << "' can be any of these:\n";
+  write_table(std::cerr, found);
+  return exit_status::ambiguous;
+}
+
+}  // namespace kestrelctl

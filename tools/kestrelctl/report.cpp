@@ -1,0 +1,101 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// `kestrelctl report`: puts what the scans say, as JSON, into the page that shows it.
+#include <algorithm>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <tuple>
+
+#include "kestrelctl/commands.h"
+#include "kestrelctl/report_page.h"
+#include "kestrelctl/stations.h"
+
+namespace kestrelctl {
+namespace {
+
+using json = nlohmann::ordered_json;
+
+json describe(const Block& block) {
+  auto services = json::array();
+  for (const auto& service : block.services) {
+    const auto station = make_station(block, service);
+    services.push_back(
+        {{"name", station.name},
+         {"service_id", station.service_id},
+         {"component_id", station.component_id},
+         {"kind", station.kind},
+         {"type", station.programme_type},
+         {"command", station.is_playable() ? json(playing_command(station)) : json()}});
+  }
+  return {{"index", block.index},
+          {"block", block.name()},
+          {"khz", block.khz},
+          {"rssi", block.rssi_dbuv},
+          {"snr", block.snr_db},
+          {"cnr", block.cnr_db},
+          {"fic_quality", block.fic_quality},
+          {"signal", block.has_signal()},
+          {"services", std::move(services)}};
+}
+
+json describe(const Scan& scan) {
+  auto location = json::array();
+  for (const auto& [name, answer] : scan.location) location.push_back({name, answer});
+  auto blocks = json::array();
+  for (const auto& block : scan.blocks) blocks.push_back(describe(block));
+  return {{"file", scan.file},
+          {"time", format_utc(scan.time)},
+          {"location", std::move(location)},
+          {"blocks", std::move(blocks)}};
+}
+
+/// The stations of `scan` that `other` does not have.
+json missing_from(const Scan& other, const Scan& scan) {
+  const auto key = [](const Station& station) {
+    return std::pair(station.khz, station.service_id);
+  };
+  std::set<std::pair<std::uint32_t, std::uint32_t>> known;
+  for (const auto& station : list_stations({other})) known.insert(key(station));
+  auto missing = json::array();
+  for (const auto& station : list_stations({scan})) {
+    if (known.contains(key(station))) continue;
+    missing.push_back(
+        {{"name", station.name}, {"block", station.block}, {"service_id", station.service_id}});
+  }
+  return missing;
+}
+
+/// `data` as it can stand between script tags.
+std::string as_script_data(const json& data) {
+  std::string text;
+  for (const char c : data.dump()) text += c == '<' ? "\\u003c" : std::string(1, c);
+  return text;
+}
+
+}  // namespace
+
+int report_command(const Report_options& options) {
+  const auto scans = read_scans(options.files);
+  json data{
+      {"program", "kestrelctl " KESTREL_VERSION},
+      {"made",
+       format_utc(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()))},
+      {"scans", json::array()},
+      {"changes", json::array()}};
+  for (std::size_t i = 0; i < scans.size(); ++i) {
+    data["scans"].push_back(describe(scans[i]));
+    if (i == 0) continue;
+    data["changes"].push_back({{"from", i - 1},
+                               {"to", i},
+                               {"came", missing_from(scans[i - 1], scans[i])},
+                               {"went", missing_from(scans[i], scans[i - 1])}});
+  }
+  std::string page(report_page);
+  constexpr std::string_view place = "@DATA@";
+  page.replace(page.find(place), place.size(), as_script_data(data));
+  write_output(options.output, page);
+  return exit_status::success;
+}
+
+}  // namespace kestrelctl
