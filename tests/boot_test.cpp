@@ -37,48 +37,31 @@ TEST_F(Boot, SendsPatchAndImageWholeAndInOrder) {
       {1, fw_dab_radio_5_0_5bin, 127, 1764}, {0, fw_fmhd_radio_5_0_4bin, 129, 2312}};
   for (const auto& [dab, image, full_blocks, rest] : cases) {
     start().answer(loader, before_image + 2 * (full_blocks + 1)).by_default(ready);
-    testing::internal::CaptureStdout();
-    EXPECT_EQ(power_up_and_load_fw(dab), 1);
-    EXPECT_EQ(testing::internal::GetCapturedStdout(), "Boot up successful\n\n");
+    const auto boot = [is_dab = dab] { EXPECT_EQ(power_up_and_load_fw(is_dab), 1); };
+    EXPECT_EQ(printed(boot), "Boot up successful\n\n");
     // Crystal oscillator of 19.2 MHz, bias 127 and in run mode 24, load capacitance 32.
     const std::string power_up = "frame 01 00 1f 7f 00 f8 24 01 20 10 00 00 00 18 00 00";
-    Lines expected{"spi_begin",   "bit_order msb", "mode 0",
-                   "divider 32",  "cs 0",          "cs_polarity 0 low",
-                   "gpio 23 low", "delay_ms 200",  "gpio 23 high",
-                   "delay_ms 50", power_up,        "read 7",
-                   "read 5",      "frame 06 00",   "read 7",
-                   "load 4092",   "read 7",        "load 1704",
-                   "read 7",      "delay_ms 50",   "frame 06 00",
-                   "read 7"};
-    for (std::size_t i = 0; i < 2 * full_blocks; ++i)
-      expected.push_back(i % 2 == 0 ? "load 4092" : "read 7");
-    for (const auto* line :
-         {"load ", "read 7", "delay_ms 100", "frame 07 00", "read 7", "read 5"}) {
-      expected.push_back(line + (line[0] == 'l' ? std::to_string(rest) : ""));
-    }
-    EXPECT_EQ(happened(), expected);
+    std::string expected =
+        "spi_begin|bit_order msb|mode 0|divider 32|cs 0|cs_polarity 0 low|gpio 23 low|delay_ms 200|"
+        "gpio 23 high|delay_ms 50|" +
+        power_up +
+        "|read 7|read 5|frame 06 00|read 7|load 4092|read 7|load 1704|read 7|delay_ms 50|"
+        "frame 06 00|read 7|";
+    for (std::size_t i = 0; i < full_blocks; ++i) expected += "load 4092|read 7|";
+    expected += "load " + std::to_string(rest) + "|read 7|delay_ms 100|frame 07 00|read 7|read 5|";
+    std::string all;
+    for (const auto& line : happened()) all += line + '|';
+    EXPECT_EQ(all, expected);
     Bytes images(fw_rom00_patch016bin, fw_rom00_patch016bin + 5796);
     images.insert(images.end(), image, image + 4092 * full_blocks + rest);
     EXPECT_TRUE(loaded() == images);
   }
 }
 
-/// Prints "|" each time the reset line goes low, so that its order among the messages shows.
-class Reset_watch final : public sim::Spi_device {
- public:
-  explicit Reset_watch(std::optional<sim::Scripted_device>& chip) : chip_(chip) {}
-  void select() override { chip_->select(); }
-  std::uint8_t exchange(std::uint8_t mosi) override { return chip_->exchange(mosi); }
-  void deselect() override { chip_->deselect(); }
-  void reset_line(bool high) override { std::fputs(high ? "" : "|", stdout); }
-
- private:
-  std::optional<sim::Scripted_device>& chip_;
-};
-
 TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
   constexpr std::uint64_t powered = 250'000, patched = 300'000, loaded = 400'000;  // waits until
   constexpr std::uint64_t never = 125'000, in_reset = 2'000'000;
+  // "|": the reset line goes low.
   const std::string no_power_up = "|Could not power up the Si468x\n";
   const std::string no_patch = "||Patch not transmitted successfully\n\n";
   const std::string no_image = "|Firmware not transmitted successfully\n\n|";
@@ -94,9 +77,9 @@ TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
       {"LOAD_INIT refused", before_patch - 1, 1, refused, 0, 110, loaded, no_boot},
       {"BOOT refused", before_boot + 1, 1, refused, 0, 10, loaded, no_boot},
       {"overrun at boot", before_boot + 2, 1, frame(0x80, 0xD0), 0, 110, loaded, no_boot}};
-  Reset_watch watch(chip_);
+  Marking_chip chip(chip_);
   const auto boot = [&] {
-    sim::attach(watch);
+    sim::attach(chip);
     Si468x_SPI_RSTB_high();
     return power_up_and_load_fw(1);
   };
@@ -145,10 +128,9 @@ TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
     std::ofstream(path, std::ios::binary) << std::string(image.begin(), image.begin() + size);
     for (const bool is_file : {false, true}) {
       start().answer(loader, 5).by_default(refused);
-      EXPECT_EQ(is_file ? Si468x_load_firmware(path.data())
-                        : Si468x_load_firmware_static(image.data(), size),
-                result);
-      EXPECT_EQ(Si468x_ErrorCode, is_file ? file_code : code);
+      const auto outcome = with_code(is_file ? Si468x_load_firmware(path.data())
+                                             : Si468x_load_firmware_static(image.data(), size));
+      EXPECT_EQ(outcome, std::pair(result, is_file ? file_code : code));
       EXPECT_EQ(commands().size(), blocks);
       EXPECT_EQ(loaded(), Bytes(image.begin(), image.begin() + size));
     }

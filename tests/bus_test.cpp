@@ -27,14 +27,11 @@ TEST_F(Bus, SetupStopsAtTheFirstFailureAndNeverMovesTheResetLine) {
     SCOPED_TRACE(steps);
     sim::power_on(settings);
     Si468x_ErrorCode = 0;
-    EXPECT_EQ(Si468x_SPI_setup(), steps == 10 ? 0 : -1);
-    EXPECT_EQ(Si468x_ErrorCode, 0U);
+    EXPECT_EQ(with_code(Si468x_SPI_setup()), std::pair(steps == 10 ? 0 : -1, 0U));
     EXPECT_EQ(sim::event_texts(), Lines(setup.begin(), setup.begin() + steps));
-    EXPECT_EQ(Si468x_bus_init(), steps == 10 ? 0 : -6);
-    EXPECT_EQ(Si468x_ErrorCode, steps == 10 ? 0U : 1U);
+    EXPECT_EQ(with_code(Si468x_bus_init()), steps == 10 ? std::pair(0, 0U) : std::pair(-6, 1U));
   }
-  EXPECT_EQ(Si468x_bus_enable(), -6);
-  EXPECT_EQ(Si468x_ErrorCode, 3U);
+  EXPECT_EQ(with_code(Si468x_bus_enable()), std::pair(-6, 3U));
 }
 
 TEST_F(Bus, LinesMoveInTheOrderAsked) {

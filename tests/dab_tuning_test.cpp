@@ -122,8 +122,7 @@ TEST_F(Dab_tuning, ScanJudgesSignalThenServiceList) {
   for (std::uint8_t version = 0; version < 50; ++version) {
     chip_->answer(frame(0x81, 0xC0, {0x01, 0x01, 0x00, version}), 3);
   }
-  EXPECT_EQ(tune(), -1);
-  EXPECT_EQ(Si468x_ErrorCode, 365U);
+  EXPECT_EQ(with_code(tune()), std::pair(-1, 365U));
   EXPECT_EQ(record.FIC_quality, 30);
 }
 

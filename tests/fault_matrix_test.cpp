@@ -2,20 +2,23 @@
 //
 // Every fault at every frame of four runs of the program. Each must come to an end that the program
 // has a message for, within the waits that one fault can cost, and leave a board that boots again.
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <map>
 #include <set>
 
+#include "directory.h"
 #include "forked_runs.h"
 
 namespace {
 
-#ifdef KESTREL_STRIKE_FEW
+// Builds that run slowly strike few of the frames that carry the images; the slowest strike each
+// frame with one fault of so many in turn.
+#ifdef KESTREL_STRIKE_ONE_OF
 constexpr bool strikes_all = false;
+constexpr std::size_t strikes_one_of = KESTREL_STRIKE_ONE_OF;
 #else
 constexpr bool strikes_all = true;
+constexpr std::size_t strikes_one_of = 1;
 #endif
 
 using namespace std::chrono_literals;
@@ -196,17 +199,14 @@ std::size_t count(const std::string& text, const std::string& part) {
   return found;
 }
 
-class Fault_matrix : public testing::TestWithParam<Command_line>, public Forked_runs {
+class Fault_matrix : public testing::TestWithParam<Command_line>,
+                     protected Directory,
+                     public Forked_runs {
  protected:
   Fault_matrix() {
-    if (mkdtemp(directory_.data()) == nullptr) std::abort();
-    std::filesystem::current_path(directory_);
-    std::ofstream("list") << frequencies;
+    enter();
+    write("list", frequencies);
     answers_ = answers;
-  }
-  ~Fault_matrix() override {
-    std::filesystem::current_path("/");
-    std::filesystem::remove_all(directory_);
   }
   static void TearDownTestSuite() {
     std::cout << "fault matrix: " << survived_ << " of " << cases_ << " cases survived (" << counts_
@@ -224,8 +224,7 @@ class Fault_matrix : public testing::TestWithParam<Command_line>, public Forked_
     return run_program(GetParam().options);
   }
 
-  /// All faults at all frames, but none in the clean run; builds that run slowly strike few of the
-  /// frames that carry the images.
+  /// All faults at all frames, but none in the clean run.
   [[nodiscard]] std::vector<sim::Fault> faults_at(std::size_t frame) const {
     if (places_.empty()) return {};
     const auto is_load = [](const Place& place) { return place.opcode == 0x04; };
@@ -236,7 +235,9 @@ class Fault_matrix : public testing::TestWithParam<Command_line>, public Forked_
       if (before >= 4 && before % 16 != 0 && left > 4) return {};
     }
     std::vector<sim::Fault> faults;
+    auto turn = frame;
     for (const auto& [kind, fates] : kinds) {
+      if (turn++ % strikes_one_of != 0) continue;
       const bool is_flip = kind == Fault_kind::flipped_byte;
       if (is_flip && is_load(*at)) continue;  // what is read while loading carries no data
       const auto seed = static_cast<std::uint32_t>(frame) + 1;
@@ -250,7 +251,6 @@ class Fault_matrix : public testing::TestWithParam<Command_line>, public Forked_
   [[nodiscard]] std::string judge(const std::string& output) const;
   [[nodiscard]] std::string boot_again();
 
-  std::string directory_ = std::filesystem::temp_directory_path() / "kestrel_test_XXXXXX";
   std::string clean_;
   std::chrono::nanoseconds clean_time_{};
   std::vector<Place> places_;  ///< of the clean run's frames
@@ -270,9 +270,9 @@ std::string Fault_matrix::judge(const std::string& output) const {
   const bool has_failed_load = output.find("not transmitted successfully") != std::string::npos;
   std::size_t unheard = 0;
   for (const auto& violation : sim::violations()) {
-    const bool is_unheard = violation.find("a frame reached nobody") != std::string::npos;
-    unheard += is_unheard ? 1 : 0;
-    if (!is_unheard && count(violation, ") refused: ") + count(violation, ") lost: ") == 0) {
+    const auto here = count(violation, "a frame reached nobody");
+    unheard += here;
+    if (here + count(violation, ") refused: ") + count(violation, ") lost: ") == 0) {
       wrong << violation << "; ";
     }
   }
@@ -305,9 +305,7 @@ std::string Fault_matrix::judge(const std::string& output) const {
     if (lines != clean) wrong << "the output differs from a clean run's; ";
   }
 
-  std::ostringstream text;
-  text << std::ifstream(scan_file).rdbuf();
-  const auto document = text.str();
+  const auto document = content(scan_file);
   const bool is_whole = document.starts_with("{\"content\": ") && document.ends_with("\n]}");
   if (is_whole != output.ends_with("Thank you\n") ||
       count(document, "\"EnsemleNo\": ") != count(output, "Scanning frequency: ")) {
@@ -361,9 +359,9 @@ TEST_P(Fault_matrix, EndsEveryRunInOrderAndLeavesABoardThatBoots) {
   EXPECT_EQ(violations, Lines{});
   EXPECT_FALSE(is_selected_);
   EXPECT_GT(children_, places.size());
-  for (const auto& complaint : complaints_) ADD_FAILURE() << complaint;
+  EXPECT_EQ(failures_, 0U) << "runs ended as was said above";
   cases_ += children_;
-  survived_ += children_ - complaints_.size();
+  survived_ += children_ - failures_;
   counts_ += (counts_.empty() ? "" : ", ") + std::string(1, GetParam().letter) + ' ' +
              std::to_string(children_);
 }

@@ -4,7 +4,6 @@
 #include <unistd.h>
 
 #include <functional>
-#include <iomanip>
 #include <tuple>
 
 #include "cli/run.h"
@@ -31,26 +30,6 @@ constexpr const char* rds =
     "in Block A:|Bit Errors in Block B:|Bit Errors in Block C:|Bit Errors in Block D:|Block A|"
     "Block B|Block C|Block D";
 
-/// The report with `labels`, the first its header, and `values`; those left out are 0.
-std::string report(const std::string& labels, const std::string& values) {
-  std::istringstream in(labels), value_in(values);
-  std::ostringstream out;
-  std::string label, value;
-  std::getline(in, label, '|');
-  for (out << label << '\n' << std::left; std::getline(in, label, '|'); value.clear()) {
-    if (!std::getline(value_in, value, '|')) value = "0";
-    out << std::setw(44) << label << value << '\n';
-  }
-  out << '\n';
-  return out.str();
-}
-
-void receive(bool dab) {
-  sim::power_on({});
-  sim::set_booted(dab);
-  EXPECT_EQ(Si468x_bus_init(), 0);
-}
-
 TEST_F(Fm, TunesAndSeeksWaitForComplete) {
   const std::tuple<std::function<int()>, const char*, std::uint32_t> cases[]{
       {[] { return Si468x_FM_tune_freq(98'765); }, "frame 30 00 94 26 00 00 00", 66},
@@ -67,8 +46,7 @@ TEST_F(Fm, TunesAndSeeksWaitForComplete) {
           {"at once"}});
     EXPECT_EQ(happened(), (Lines{sent, "read 7", "read 7"}));
     receive(true);  // the DAB firmware knows nothing of FM
-    EXPECT_EQ(operation(), -2);
-    EXPECT_EQ(Si468x_ErrorCode, code);
+    EXPECT_EQ(with_code(operation()), std::pair(-2, code));
   }
   play(complete, [] { return tune_fm_freq(98'500); },
        {{"at once", 0, 0, {}, 0, 0, 500'000, "Tuned.\n\n"},
@@ -123,15 +101,17 @@ TEST_F(Fm, ReportsShowEveryBitAndEveryProgrammeType) {
     Si468x_FM_rds_status rds_record;
     EXPECT_EQ(quality_record.get_status() + rds_record.get_status(), 0);
     EXPECT_EQ(printed([&] { quality_record.print_data(), rds_record.print_data(); }),
-              report(rsq, quality) + report(rds, programme));
+              report(rsq, quality) + '\n' + report(rds, programme) + '\n');
   }
 }
 
 TEST_F(Fm, RdsIsReportedOnceItsPropertiesReadBack) {
-  const auto quality = report(rsq, "0|1|0|1|1|0|1|1|0|87500|253|251|231|97|4660|82|241");
-  const auto groups = report(
-      rds, "0|1|1|0|1|0|0|1|1|10|Popular Music (Pop)|54017|14|3|2|1|0|54018|9544|57805|65349");
-  const auto no_groups = report(rds, "0|0|0|0|0|0|0|0|0|0|No programme type defined");
+  const auto quality = report(rsq, "0|1|0|1|1|0|1|1|0|87500|253|251|231|97|4660|82|241") + '\n';
+  const auto groups =
+      report(rds,
+             "0|1|1|0|1|0|0|1|1|10|Popular Music (Pop)|54017|14|3|2|1|0|54018|9544|57805|65349") +
+      '\n';
+  const auto no_groups = report(rds, "0|0|0|0|0|0|0|0|0|0|No programme type defined") + '\n';
   const auto quality_reply =
       reply({0xF5, 0x92, 0x2E, 0x22, 0xFD, 0xFB, 0xE7, 0x61, 0x34, 0x12, 0x77, 0x52, 0xF1});
   const auto groups_reply = reply({0x0A, 0x11, 0xEA, 0x77, 0x01, 0xD3, 0x0E, 0xE4, 0x02, 0xD3, 0x48,
@@ -143,7 +123,7 @@ TEST_F(Fm, RdsIsReportedOnceItsPropertiesReadBack) {
       {4, reply({0x01, 0x01}), -6, 218, "", 2},
       {6, arbiter, -1, 18, "", 3},
       {9, reply({0x00, 0x38}), -6, 218, "", 4},
-      {12, failed, 0, 61, report(rsq, "") + groups, 6},
+      {12, failed, 0, 61, report(rsq, "") + '\n' + groups, 6},
       {15, failed, 0, 62, quality + no_groups, 6},
       {0, ready, 0, 0, quality + groups, 6}};
   for (const auto& [nth, answer, result, code, text, sent] : cases) {
@@ -153,10 +133,9 @@ TEST_F(Fm, RdsIsReportedOnceItsPropertiesReadBack) {
     answers[nth] = answer;
     start();
     for (const auto& bytes : answers) chip_->answer(bytes);
-    int outcome = 77;
-    EXPECT_EQ(printed([&] { outcome = get_rds_status(); }), text);
-    EXPECT_EQ(outcome, result);
-    EXPECT_EQ(Si468x_ErrorCode, code);
+    std::pair<int, std::uint32_t> outcome;
+    EXPECT_EQ(printed([&] { outcome = with_code(get_rds_status()); }), text);
+    EXPECT_EQ(outcome, std::pair(result, code));
     EXPECT_EQ(commands().size(), sent);
   }
   EXPECT_EQ(commands(), (Lines{"13 00 02 3c 01 00", "14 01 02 3c", "13 00 00 39 00 39",
@@ -191,9 +170,8 @@ TEST_F(Fm, RunTunesThenSeeksThenReports) {
   for (const auto& [options, bad, sent, text] : cases) {
     sim::power_on({.faults = {{sim::Fault_kind::command_error, bad}}});
     sim::set_booted(false);
-    std::string program = "kestrel", words = options;
-    char* argv[]{program.data(), words.data(), nullptr};
-    EXPECT_EQ(behind_notice(printed([&] { run(2, argv); })), "SPI bus enabled.\n\n" + text);
+    const auto output = printed([&line = options] { with_arguments(line, run); });
+    EXPECT_EQ(behind_notice(output), "SPI bus enabled.\n\n" + text);
     EXPECT_EQ(commands(), sent);
   }
 }

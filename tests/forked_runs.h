@@ -14,7 +14,6 @@
 #include <chrono>
 #include <cstdlib>
 #include <functional>
-#include <iterator>
 #include <span>
 
 #include "cli/run.h"
@@ -50,21 +49,15 @@ class Forked_runs : public sim::Spi_device {
   std::string run_program(const std::string& options) {
     renew_streams();
     before_.clear();
-    std::istringstream words("kestrel " + options);
-    Lines arguments{std::istream_iterator<std::string>(words), {}};
-    std::vector<char*> pointers;
-    for (auto& argument : arguments) pointers.push_back(argument.data());
-    pointers.push_back(nullptr);
-    result_ = run(static_cast<int>(arguments.size()), pointers.data());
+    result_ = with_arguments(options, ::run);
     return printed_so_far();
   }
   void restore_output() const { dup2(standard_output_, STDOUT_FILENO); }
 
-  /// In a child: end it with what is wrong with its run; nothing, if nothing is.
-  [[noreturn]] void report(const std::string& complaint) {
-    const auto end = complaint.copy(memory_->complaint.data(), memory_->complaint.size() - 1);
-    memory_->complaint[end] = '\0';
-    _exit(0);
+  /// In a child: end it, and tell what is wrong with its run; nothing, if nothing is.
+  [[noreturn]] void report(const std::string& complaint) const {
+    if (!complaint.empty()) dprintf(standard_output_, "%s\n", complaint.c_str());
+    _exit(complaint.empty() ? 0 : 1);
   }
   /// In a child: has one before it remembered this number?
   [[nodiscard]] bool is_remembered(std::size_t number) const {
@@ -95,16 +88,14 @@ class Forked_runs : public sim::Spi_device {
   int result_ = -1;
   bool is_selected_ = false;
   std::chrono::nanoseconds start_{};
-  std::size_t frame_ = 0;     ///< frames since `watch`
-  std::size_t children_ = 0;  ///< children so far, and what is wrong with them
-  Lines complaints_;
+  std::size_t frame_ = 0;                    ///< frames since `watch`
+  std::size_t children_ = 0, failures_ = 0;  ///< children so far, and those with a complaint
   std::optional<sim::Fault> fault_;  ///< in a child: its fault, and the frame that it struck
   std::size_t struck_frame_ = 0;
 
  private:
-  /// What a child tells its parent, and one child the next.
+  /// What a child tells the next.
   struct Memory {
-    std::array<char, 4000> complaint;
     std::size_t count;
     std::array<std::size_t, 4000> numbers;
   };
@@ -130,7 +121,6 @@ class Forked_runs : public sim::Spi_device {
   /// Returns twice, as fork does: in the child with `fault` at work.
   void branch(const sim::Fault& fault) {
     std::fflush(stdout);
-    memory_->complaint[0] = '\0';
     const auto child = fork();
     if (child == 0) {
       alarm(120);  // seconds of real time, many under the sanitizers on a busy machine
@@ -144,12 +134,10 @@ class Forked_runs : public sim::Spi_device {
     int outcome = 0;
     waitpid(child, &outcome, 0);
     ++children_;
-    std::string complaint = memory_->complaint.data();
-    if (outcome != 0) complaint += "ended with wait status " + std::to_string(outcome);
-    if (!complaint.empty()) {
-      complaints_.push_back(std::string(sim::fault_row(fault.kind).name) + " at frame " +
-                            std::to_string(frame_) + ": " + complaint);
-    }
+    if (outcome == 0) return;
+    ++failures_;
+    dprintf(standard_output_, "This was %s at frame %zu: wait status %d\n",
+            std::string(sim::fault_row(fault.kind).name).c_str(), frame_, outcome);
   }
 
   Memory* memory_ = static_cast<Memory*>(

@@ -12,18 +12,6 @@
 
 namespace {
 
-/// Call `action` with the words of `line` as a program gets them.
-template <class Action>
-int with_arguments(const std::string& line, Action action) {
-  std::istringstream in("kestrel " + line);
-  Lines words;
-  for (std::string word; in >> word;) words.push_back(word);
-  std::vector<char*> argv;
-  for (auto& word : words) argv.push_back(word.data());
-  argv.push_back(nullptr);
-  return action(static_cast<int>(words.size()), argv.data());
-}
-
 /// Every field, for comparison.
 auto fields_of(const arguments& given) {
   const auto& [volume, volume_given, boot, firmware, shutdown, i2s_given, i2s_out, chip_info,

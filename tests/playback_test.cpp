@@ -21,26 +21,9 @@ TEST_F(Playback, ServiceIsStartedAndStopped) {
 
 /// A packet that claims `bytes` bytes of payload.
 Bytes packet(std::size_t bytes, const Bytes& payload) {
-  auto all = reply({0xFD,
-                    0x11,
-                    0x22,
-                    0x85,
-                    0x78,
-                    0x56,
-                    0x34,
-                    0x12,
-                    0xF0,
-                    0xDE,
-                    0xBC,
-                    0x9A,
-                    0x77,
-                    0x77,
-                    std::uint8_t(bytes),
-                    std::uint8_t(bytes >> 8),
-                    0x44,
-                    0x33,
-                    0x66,
-                    0x55});
+  auto all = reply({0xFD, 0x11, 0x22, 0x85, 0x78, 0x56, 0x34, 0x12, 0xF0, 0xDE,
+                    0xBC, 0x9A, 0x77, 0x77, 0,    0,    0x44, 0x33, 0x66, 0x55});
+  all[19] = std::uint8_t(bytes), all[20] = std::uint8_t(bytes >> 8);
   all.insert(all.end(), payload.begin(), payload.end());
   return all;
 }

@@ -2,7 +2,7 @@
 //
 // The status records: every field from its own place, every report to the byte.
 #include <functional>
-#include <iomanip>
+#include <map>
 #include <tuple>
 
 #include "si468x/chip_info.h"
@@ -13,49 +13,29 @@ namespace {
 
 using Records = Board;
 
-constexpr const char* chip_labels =
-    "Clear to send:|Command error:|Digital radio link change interrupt:|Data component interrupt:|"
-    "Seek/Tune complete:|Digital radio event change interrupt:|Powerup state:|DSP frame overrun:|"
-    "Data dropped during read reply:|Dropped data during command write:|Arbiter error:|"
-    "Non-recoverable error:|Chip Mask Revision:|ROM ID:|Part Number:|"
-    "Firmware image running the sysstate CMD:|Revision number:|No SVN info:|Mixed revisions:|"
-    "Local modifications:|Build location:|SVN ID:";
-constexpr const char* digrad_labels =
-    "Audio was muted:|FIC errors encountered:|Ensemble acquisition state changed:|"
-    "below RSSI thresh:|above RSSI thresh:|hardmute:|FIC errors:|Ensemble acquired:|RSSI valid:|"
-    "RSSI:|SNR:|FIC quality:|CNR:|FIB error count:|Tune Freq.:|Tune index:|FFT offset:|"
-    "Antenna tuning cap value:|CU level:|Metric for DAB fast detect:";
-constexpr const char* digrad_keys =
-    "hardmuteINT|FICerrINT|acqINT|rssihINT|rssilINT|hardmute|FICerr|acq|valid|rssi|snr|FIC_quality|"
-    "cnr|FIB_error_count|tune_freq|tune_index|fft_offset|readAntCap|cu_level|fast_dect";
-constexpr const char* event_labels =
-    "Ensemble reconfig event:|Ensemble reconfig warning:|New announcement info available|"
-    "New freq. info available:|New service list available:|Freq. Info available:|"
-    "Service list available:|Service list version:";
-
-/// What `command` prints when its record holds `values`, words; those left out are 0.
-std::string report(int (*command)(), const std::string& values) {
-  const std::tuple<int (*)(), const char*, const char*> layouts[]{
-      {print_chip_info, "Chip info ---------------------------- \n", chip_labels},
-      {print_digrad_status, "Digrad status ------------------------ \n", digrad_labels},
-      {print_digrad_status_json, "\"DigradStatus\": {\n", digrad_keys},
-      {print_event_status, "Event status ------------------------- \n", event_labels}};
-  std::ostringstream out;
-  for (const auto& [of_command, header, all_labels] : layouts) {
-    if (command != of_command) continue;
-    out << header << std::left;
-    std::istringstream in(values), labels(all_labels);
-    for (std::string label, value; std::getline(labels, label, '|'); value.clear()) {
-      if (!(in >> value)) value = "0";
-      if (command == print_digrad_status_json) {
-        out << '"' << label << "\": " << value << (labels.eof() ? "\n}" : ",\n");
-      } else {
-        out << std::setw(44) << label << value << '\n';
-      }
-    }
-  }
-  return out.str();
-}
+/// What each command prints: the header, then the labels or keys.
+const std::map<int (*)(), const char*> layouts{
+    {print_chip_info,
+     "Chip info ---------------------------- |Clear to send:|Command error:|Digital radio link "
+     "change interrupt:|Data component interrupt:|Seek/Tune complete:|Digital radio event change "
+     "interrupt:|Powerup state:|DSP frame overrun:|Data dropped during read reply:|Dropped data "
+     "during command write:|Arbiter error:|Non-recoverable error:|Chip Mask Revision:|ROM ID:|Part "
+     "Number:|Firmware image running the sysstate CMD:|Revision number:|No SVN info:|Mixed "
+     "revisions:|Local modifications:|Build location:|SVN ID:"},
+    {print_digrad_status,
+     "Digrad status ------------------------ |Audio was muted:|FIC errors encountered:|Ensemble "
+     "acquisition state changed:|below RSSI thresh:|above RSSI thresh:|hardmute:|FIC errors:|"
+     "Ensemble acquired:|RSSI valid:|RSSI:|SNR:|FIC quality:|CNR:|FIB error count:|Tune "
+     "Freq.:|Tune "
+     "index:|FFT offset:|Antenna tuning cap value:|CU level:|Metric for DAB fast detect:"},
+    {print_digrad_status_json,
+     "\"DigradStatus\": {|hardmuteINT|FICerrINT|acqINT|rssihINT|rssilINT|hardmute|FICerr|acq|valid|"
+     "rssi|snr|FIC_quality|cnr|FIB_error_count|tune_freq|tune_index|fft_offset|readAntCap|cu_level|"
+     "fast_dect"},
+    {print_event_status,
+     "Event status ------------------------- |Ensemble reconfig event:|Ensemble reconfig warning:|"
+     "New announcement info available|New freq. info available:|New service list available:|Freq. "
+     "Info available:|Service list available:|Service list version:"}};
 
 // Bytes 5 to 23 all different; RSSI, SNR and offset would be negative as signed bytes.
 const Bytes digrad_reply = reply({0x0A, 0x05, 0xF6, 0xE7, 0x61, 0x17, 0xFE, 0xCA, 0x50, 0xAB, 0x02,
@@ -66,23 +46,23 @@ const Bytes dead(24, 0xFF);
 TEST_F(Records, ReportsAreExactAndShowZerosForAFailedRead) {
   const std::tuple<int (*)(), Bytes, std::string, std::uint32_t> cases[]{
       {print_digrad_status, digrad_reply,
-       "0 1 0 0 1 0 0 1 1 246 231 97 23 51966 174928 33 249 4660 22136 31", 0},
+       "0|1|0|0|1|0|0|1|1|246|231|97|23|51966|174928|33|249|4660|22136|31", 0},
       {print_digrad_status_json, digrad_reply,
-       "0 1 0 1 0 0 0 1 1 246 231 97 23 51966 174928 33 249 4660 22136 31", 0},
-      {print_event_status, reply({0xCB, 0xFE, 0x34, 0x12}), "1 1 1 1 1 1 0 4660", 0},
-      {print_event_status, ones, "1 1 1 1 1 1 1 65535", 0},
+       "0|1|0|1|0|0|0|1|1|246|231|97|23|51966|174928|33|249|4660|22136|31", 0},
+      {print_event_status, reply({0xCB, 0xFE, 0x34, 0x12}), "1|1|1|1|1|1|0|4660", 0},
+      {print_event_status, ones, "1|1|1|1|1|1|1|65535", 0},
       // Without SVN information its location and id stay 0.
-      {print_chip_info, ones, "1 0 0 0 0 0 3 0 0 0 0 0 255 255 65535 unknown 255.255.255 1 1 1 0 0",
+      {print_chip_info, ones, "1|0|0|0|0|0|3|0|0|0|0|0|255|255|65535|unknown|255.255.255|1|1|1|0|0",
        0},
       // A dead line: the status is shown as it is, everything else is refused.
-      {print_chip_info, dead, "1 1 1 1 1 1 3 1 1 1 1 1 0 0 0 Bootloader 0.0.0", 13},
-      {print_chip_info, {}, "0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 Bootloader 0.0.0", 13},
+      {print_chip_info, dead, "1|1|1|1|1|1|3|1|1|1|1|1|0|0|0|Bootloader|0.0.0", 13},
+      {print_chip_info, {}, "0|0|0|0|0|0|0|0|0|0|0|0|0|0|0|Bootloader|0.0.0", 13},
       {print_digrad_status, dead, "", 22},
       {print_digrad_status_json, arbiter, "", 22},
       {print_event_status, broken, "", 24}};
   for (const auto& [command, answer, values, code] : cases) {
     start().by_default(answer);
-    EXPECT_EQ(printed(command), report(command, values));
+    EXPECT_EQ(printed(command), report(layouts.at(command), values));
     EXPECT_EQ(Si468x_ErrorCode, code);
   }
 }
@@ -94,9 +74,9 @@ TEST_F(Records, ChipInfoIsReadInFourSteps) {
                                              {0x05, 0x00, 0x06, 0x22, 0xDF, 0x9B, 0xD0, 0xEF}}) {
     chip_->answer(ready, 2).answer(reply(data));
   }
-  EXPECT_EQ(
-      printed(print_chip_info),
-      report(print_chip_info, "1 0 1 1 1 1 3 1 0 0 0 0 2 4 4688 DAB 5.0.6 0 1 0 2 4023426015"));
+  EXPECT_EQ(printed(print_chip_info),
+            report(layouts.at(print_chip_info),
+                   "1|0|1|1|1|1|3|1|0|0|0|0|2|4|4688|DAB|5.0.6|0|1|0|2|4023426015"));
   EXPECT_EQ(happened(), (Lines{"read 7", "frame 08 00", "read 7", "read 24", "frame 09 00",
                                "read 7", "read 7", "frame 12 00", "read 7", "read 13"}));
   std::istringstream names(
@@ -145,11 +125,12 @@ TEST_F(Records, EveryBitHasItsOwnField) {
       auto answer = byte < 5 ? Bytes(5) : reply({0, 0});
       answer[byte] = static_cast<std::uint8_t>(0x80U >> bit);
       start().by_default(answer);
-      std::string values = "0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0 0";
-      if (command == print_chip_info) values.replace(30, 3, "Bootloader 0.0.0");
+      std::string values = "0|0|0|0|0|0|0|0|0|0|0|0|0|0|0|0|0|0|0|0";
+      if (command == print_chip_info) values.replace(30, 3, "Bootloader|0.0.0");
       if (lines[bit] >= 'a') values[2 * static_cast<std::size_t>(lines[bit] - 'a')] = '1';
       if (lines[bit] == '?') values[12] = '2';  // the power-up state has bits 7 and 6
-      EXPECT_EQ(printed(command), report(command, values)) << "byte " << byte << " bit " << 7 - bit;
+      EXPECT_EQ(printed(command), report(layouts.at(command), values))
+          << "byte " << byte << " bit " << 7 - bit;
     }
   }
 }

@@ -1,42 +1,30 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// Whole runs of the program on the simulated board, each a process of its own. The board lives in a
-// directory that goes with the test.
+// Whole runs of the program on the simulated board, each a process of its own, beside those that
+// README.md shows. The board lives in a directory that goes with the test.
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <csignal>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
+#include <tuple>
 
+#include "directory.h"
 #include "support.h"
 
 namespace {
 
-class Whole_run : public testing::Test {
+class Whole_run : public testing::Test, protected Directory {
  protected:
-  Whole_run() {
-    if (mkdtemp(directory_.data()) == nullptr) std::abort();
-    std::filesystem::permissions(directory_, std::filesystem::perms::all);
-  }
-  ~Whole_run() override { std::filesystem::remove_all(directory_); }
+  Whole_run() { std::filesystem::permissions(path(""), std::filesystem::perms::all); }
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "a run needs root";
   }
-  [[nodiscard]] std::string path(const std::string& name) const { return directory_ + '/' + name; }
-  [[nodiscard]] std::string content(const std::string& name) const {
-    std::ostringstream text;
-    text << std::ifstream(path(name)).rdbuf();
-    return text.str();
-  }
-
   /// Have the shell run the program with `options`, through the command `prefix`; `then` follows.
   void run(const std::string& options, const std::string& prefix = "timeout 20",
            const std::string& then = "") {
-    const auto command = "cd '" + directory_ +
+    const auto command = "cd '" + path("") +
                          "' || exit; env -i --default-signal=INT KESTREL_SIM_DIR=\"$PWD/board\" "
                          "KESTREL_SIM_TRACE=\"$PWD/trace\" KESTREL_SIM_CLOCK=virtual " +
                          prefix + " '" KESTREL_SIM_PROGRAM "' " + options + " >out 2>err " + then;
@@ -54,52 +42,29 @@ class Whole_run : public testing::Test {
 
   int status_ = -1;
   std::string out_, err_;
-
- private:
-  std::string directory_ = std::filesystem::temp_directory_path() / "kestrel_test_XXXXXX";
 };
-
-TEST_F(Whole_run, PlaysOnAndIsFoundByTheNextRun) {
-  expect_playing();
-  run("-i -d -D");
-  EXPECT_EQ(status_, 0);
-  EXPECT_EQ(err_, "");
-  for (const auto* part : {"\n\nSPI bus enabled.\n\nChip info ---",
-                           "\nPowerup state:                              3\n",
-                           "\nFirmware image running the sysstate CMD:    DAB\n",
-                           "\nEnsemble acquired:                          1\n",
-                           "\nTune Freq.:                                 227360\n",
-                           "\nTune index:                                 33\n", "Seegrund Pop"}) {
-    EXPECT_NE(out_.find(part), std::string::npos) << part << out_;
-  }
-}
 
 TEST_F(Whole_run, KilledAtAnyMomentLeavesABoardForTheNextRun) {
   // The trace goes through a pipe too short for the lines of a run, so that the program waits for
   // us near the line at which it is to be killed: in the reset, between the pieces of a frame, in a
   // scan.
-  struct Death {
-    const char* options;
-    int line;
-    int signal;
-    int last_line;
-  };
-  const Death deaths[]{{"-b D", 18, SIGKILL, 290},  {"-b D", 22, SIGTERM, 290},
-                       {"-b D", 30, SIGINT, 290},   {"-b D", 60, SIGKILL, 290},
-                       {"-b D", 180, SIGTERM, 290}, {"-u", 100, SIGINT, 800},
-                       {"-u", 600, SIGKILL, 800}};
+  // Options, the line, the signal, and a line that the run would have come to.
+  const std::tuple<const char*, int, int, int> deaths[]{
+      {"-b D", 18, SIGKILL, 290}, {"-b D", 22, SIGTERM, 290},  {"-b D", 30, SIGINT, 290},
+      {"-b D", 60, SIGKILL, 290}, {"-b D", 180, SIGTERM, 290}, {"-u", 100, SIGINT, 800},
+      {"-u", 600, SIGKILL, 800}};
   expect_playing();
-  for (const auto& death : deaths) {
+  for (const auto& [options, line, signal, last_line] : deaths) {
     std::filesystem::remove(path("trace"));
     ASSERT_EQ(mkfifo(path("trace").c_str(), 0600), 0);
-    run(death.options, "", "</dev/null & echo $! >pid");
+    run(options, "", "</dev/null & echo $! >pid");
     std::FILE* const trace = std::fopen(path("trace").c_str(), "r");
     ASSERT_GE(fcntl(fileno(trace), F_SETPIPE_SZ, 4096), 4096);
     int seen = 0;
-    while (seen < death.line) seen += std::fgetc(trace) == '\n' ? 1 : 0;
-    ASSERT_EQ(kill(std::stoi(content("pid")), death.signal), 0);
+    while (seen < line) seen += std::fgetc(trace) == '\n' ? 1 : 0;
+    ASSERT_EQ(kill(std::stoi(content("pid")), signal), 0);
     for (int c = 0; c != EOF; seen += c == '\n' ? 1 : 0) c = std::fgetc(trace);
-    EXPECT_LT(seen, death.last_line) << "it had ended already";
+    EXPECT_LT(seen, last_line) << "it had ended already";
     std::fclose(trace);
     std::filesystem::remove(path("trace"));
     expect_playing();
@@ -120,6 +85,18 @@ TEST_F(Whole_run, GoesOnWithoutItsStandardStreams) {
     EXPECT_TRUE(document.ends_with("]}")) << streams;
     std::filesystem::remove(path("ensemblescan__.json"));
   }
+}
+
+TEST_F(Whole_run, FollowsALinkToItsScanFileAndPassesOverOneThatCannotBeWritten) {
+  expect_playing();
+  for (const auto* target : {"elsewhere", "/dev/full", "nowhere/scan"}) {
+    std::filesystem::create_symlink(target, path("ensemblescan__.json"));
+    run("-u");
+    EXPECT_EQ(status_, 0) << target;
+    EXPECT_TRUE(out_.ends_with("Thank you\n")) << target;
+    std::filesystem::remove(path("ensemblescan__.json"));
+  }
+  EXPECT_TRUE(content("elsewhere").ends_with("]}"));
 }
 
 TEST_F(Whole_run, OfAnotherUserStopsBeforeTheBus) {

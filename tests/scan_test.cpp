@@ -1,17 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // The scan with its questions and its file, the time it keeps, and the user's own frequency list.
-#include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <tuple>
 
 #include "cli/frequency_list_file.h"
+#include "directory.h"
 #include "scan/ensemble_list.h"
 #include "support.h"
 
@@ -28,29 +24,11 @@ std::string progress(unsigned khz, std::size_t rssi) {
          " kHz. Found signal with RSSI: " + std::string(rssi, '-') + '\n';
 }
 
-std::string content(const std::string& name) {
-  std::ostringstream text;
-  text << std::ifstream(name).rdbuf();
-  return text.str();
-}
-
 /// In a directory of its own, with standard input from a string.
-class Scan : public Board {
+class Scan : public Board, protected Directory {
  protected:
-  Scan() {
-    if (mkdtemp(directory_.data()) == nullptr) std::abort();
-    std::filesystem::current_path(directory_);
-  }
-  ~Scan() override {
-    std::cin.rdbuf(input_);
-    std::filesystem::current_path(before_);
-    std::filesystem::remove_all(directory_);
-  }
-  static void receive(const std::vector<sim::Fault>& faults) {
-    sim::power_on({.faults = faults});
-    sim::set_booted(true);
-    EXPECT_EQ(Si468x_bus_init(), 0);
-  }
+  Scan() { enter(); }
+  ~Scan() override { std::cin.rdbuf(input_); }
   template <class Action>
   std::string printed_with(const std::string& answers, Action action) {
     answers_.str(answers);
@@ -59,23 +37,18 @@ class Scan : public Board {
   }
 
  private:
-  std::string directory_ = std::filesystem::temp_directory_path() / "kestrel_test_XXXXXX";
-  std::filesystem::path before_ = std::filesystem::current_path();
   std::streambuf* input_ = std::cin.rdbuf();
   std::istringstream answers_;
 };
 
 TEST_F(Scan, TimeIsShownAsItIsSent) {
-  const std::string
-      never = "0-0-0T0:0:0Z\n",
-      json =
-          "\"ensembleTime\": {\n\"year\": 2017,\n\"month\": 3,\n\"day\": 5,\n\"hour\": 9,\n"
-          "\"minute\": 7,\n\"second\": 0\n}\n";
+  const auto json =
+      report("\"ensembleTime\": {|year|month|day|hour|minute|second", "2017|3|5|9|7") + '\n';
   const auto date = reply({0xE1, 0x07, 0x03, 0x05, 0x09, 0x07, 0x00}), ones = reply(Bytes(7, 0xFF));
   play(date, print_ensembletime,
        {{"date", 0, 0, {}, 0, 0, 0, "2017-3-5T9:7:0Z\n"},
         {"not checked", 2, 1, ones, 0, 0, 0, "65535-255-255T255:255:255Z\n"},
-        {"error in the reply", 2, 1, frame(0x80, 0xC2, Bytes(7, 1)), 0, 35, 0, never}});
+        {"error in the reply", 2, 1, frame(0x80, 0xC2, Bytes(7, 1)), 0, 35, 0, "0-0-0T0:0:0Z\n"}});
   play(date, print_ensembletime_json, {{"date", 0, 0, {}, 0, 0, 0, json}});
   EXPECT_EQ(happened(), (Lines{"frame bc 01", "read 7", "read 12"}));
 }
@@ -109,7 +82,7 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
   const auto load = [] { return load_freq_list_from_file("list"); };
   for (const auto& [text, list, error] : cases) {
     SCOPED_TRACE(text.substr(0, 60));
-    std::ofstream("list") << text;
+    write("list", text);
     std::string said;
     Bytes sent{0xB8, std::uint8_t(list.size()), 0, 0};
     for (const auto khz : list) {
@@ -134,7 +107,7 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
 TEST_F(Scan, WholeBandIsVisitedAndWhatIsThereIsWritten) {
   // Refused: the tune behind Hochried, the list of the second ensemble, the time of the third.
   constexpr auto refusal = sim::Fault_kind::command_error;
-  receive({{refusal, 0xB0, 3}, {refusal, 0x80, 2}, {refusal, 0xBC, 2}});
+  receive(true, {{refusal, 0xB0, 3}, {refusal, 0x80, 2}, {refusal, 0xBC, 2}});
   const auto output = printed_with("1\nA\n10115\nBerlin\n", dab_full_scan);
   const auto document = nlohmann::json::parse(content("ensemblescan_10115_Berlin.json"));
   ASSERT_EQ(document["ensembleList"].size(), sim::band_iii_blocks);
@@ -163,14 +136,14 @@ TEST_F(Scan, WholeBandIsVisitedAndWhatIsThereIsWritten) {
 }
 
 TEST_F(Scan, DocumentIsWrittenToTheByteAndBuffersAreReused) {
-  receive({{sim::Fault_kind::command_error, 0xB0, 0}});
+  receive(true, {{sim::Fault_kind::command_error, 0xB0, 0}});
   unsigned frequencies_khz[]{174'928, 227'360};
   EXPECT_EQ(Si468x_DAB_set_freq_list(frequencies_khz, 2), 0);
   Ensemble_list ensembles;
   const auto scan = [&] { return ensembles.rescan(); };
   EXPECT_EQ(printed_with("1\nAm Tor\n10115\nBerlin\nDE\n0\n52.5\n13.4\nmore", scan),
             progress(174'928, 0) + progress(227'360, 62) + "Found ensemble!\n" + questions);
-  std::ofstream("ensemblescan_10115_Berlin.json") << std::string(99'999, 'x');
+  write("ensemblescan_10115_Berlin.json", std::string(99'999, 'x'));
   EXPECT_EQ(ensembles.save_to_file(), 0);
   std::stringstream text;
   text << "{\"content\": \"FullStationScan\",\n\"FrequencyRegion\": \"Unknown\",\n\"Location\": {\n"
@@ -211,38 +184,13 @@ TEST_F(Scan, AnswersAreTakenAsTheyAreTyped) {
   }
 }
 
-/// Claims 255 frequencies without an ensemble; notes what is on standard output at each tune.
-struct Watching_chip : sim::Spi_device {
-  void select() override { at = 0; }
-  void deselect() override {}
-  void reset_line(bool /*high*/) override {}
-  std::uint8_t exchange(std::uint8_t mosi) override {
-    struct stat output {};
-    if (at == 0 && mosi == 0xB0 && fstat(1, &output) == 0) seen.push_back(output.st_size);
-    return at < answer.size() ? answer[at++] : std::uint8_t{0};
-  }
-  std::vector<off_t> seen;
-  std::size_t at = 0;
-  Bytes answer = frame(0x81, 0xC0, {0xFF, 0x00, 0xFF});
-};
-
-TEST_F(Scan, VisitsNoMoreThanItsSlotsAndShowsEachAtOnceWithStandardInputClosed) {
-  Watching_chip chip;
-  start();
+TEST_F(Scan, VisitsNoMoreThanItsSlotsAndShowsEachAtOnce) {
+  start().by_default(frame(0x81, 0xC0, {0xFF, 0x00, 0xFF}));  // 255 frequencies, no ensemble
+  Marking_chip chip(chip_);
   sim::attach(chip);
   std::string expected;
-  std::vector<off_t> seen;
-  for (int i = 0; i < 48; ++i) {
-    seen.push_back(static_cast<off_t>(expected.size()));
-    expected.append(progress(0, 255));
-  }
-  const int input = dup(STDIN_FILENO);
-  close(STDIN_FILENO);
-  EXPECT_EQ(printed(dab_full_scan), expected + questions);
-  dup2(input, STDIN_FILENO);
-  close(input);
-  std::clearerr(stdin), std::cin.clear();
-  EXPECT_EQ(chip.seen, seen);
+  for (int i = 0; i < 48; ++i) expected.append("|").append(progress(0, 255));
+  EXPECT_EQ(printed_with("", dab_full_scan), expected + questions);
   EXPECT_EQ(nlohmann::json::parse(content("ensemblescan__.json"))["ensembleList"].size(), 48U);
   sim::power_off();
 }

@@ -5,10 +5,14 @@
 #pragma once
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <iomanip>
+#include <iterator>
 #include <optional>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "si468x/bus.h"
@@ -52,6 +56,37 @@ std::string printed(Action action) {
   return testing::internal::GetCapturedStdout();
 }
 
+/// What an operation returned, and the Si468x_ErrorCode behind it.
+inline std::pair<int, std::uint32_t> with_code(int result) { return {result, Si468x_ErrorCode}; }
+
+/// Call `action` with the words of `line` as a program gets them.
+template <class Action>
+int with_arguments(const std::string& line, Action action) {
+  std::istringstream in("kestrel " + line);
+  Lines words{std::istream_iterator<std::string>(in), {}};
+  std::vector<char*> argv;
+  for (auto& word : words) argv.push_back(word.data());
+  argv.push_back(nullptr);
+  return action(static_cast<int>(words.size()), argv.data());
+}
+
+/// A report with `labels`, the first its header, and `values`, both between '|'; values left out
+/// are 0. With a header that begins with a quote it is JSON.
+inline std::string report(const std::string& labels, const std::string& values) {
+  std::istringstream in(labels), value_in(values);
+  std::ostringstream out;
+  std::string label, value;
+  std::getline(in, label, '|');
+  const bool is_json = label[0] == '"';
+  for (out << label << '\n' << std::left; std::getline(in, label, '|'); value.clear()) {
+    if (!std::getline(value_in, value, '|')) value = "0";
+    if (is_json) label = '"' + label + "\": ";
+    out << std::setw(is_json ? 0 : 44) << label << value;
+    out << (!is_json ? "\n" : in.eof() ? "\n}" : ",\n");
+  }
+  return out.str();
+}
+
 /// The program's output behind its notice, which ends with an empty line.
 inline std::string behind_notice(const std::string& output) {
   const std::string head = "Starting...kestrel DAB radio client\nkestrel 1.4.0\nPlease note:\n";
@@ -82,6 +117,27 @@ inline Lines happened() {
   return lines;
 }
 
+/// A scripted chip that leaves marks on standard output: "|" among what was printed when it is
+/// reset, and past all buffers when it is to tune, so that what had not come out yet stands behind
+/// it.
+class Marking_chip final : public sim::Spi_device {
+ public:
+  explicit Marking_chip(std::optional<sim::Scripted_device>& chip) : chip_(chip) {}
+  void select() override { chip_->select(), is_first_ = true; }
+  std::uint8_t exchange(std::uint8_t mosi) override {
+    if (std::exchange(is_first_, false) && mosi == 0xB0) {
+      EXPECT_EQ(write(STDOUT_FILENO, "|", 1), 1);
+    }
+    return chip_->exchange(mosi);
+  }
+  void deselect() override { chip_->deselect(); }
+  void reset_line(bool high) override { std::fputs(high ? "" : "|", stdout); }
+
+ private:
+  std::optional<sim::Scripted_device>& chip_;
+  bool is_first_ = false;
+};
+
 /// Every start is a new board with a scripted chip, its bus set up, nothing logged yet.
 class Board : public testing::Test {
  protected:
@@ -93,6 +149,12 @@ class Board : public testing::Test {
     sim::clear_events();
     Si468x_ErrorCode = 0;
     return *chip_;
+  }
+  /// The same with the simulated receiver, which runs the DAB or the FM firmware.
+  static void receive(bool dab, const std::vector<sim::Fault>& faults = {}) {
+    sim::power_on({.faults = faults});
+    sim::set_booted(dab);
+    EXPECT_EQ(Si468x_bus_init(), 0);
   }
 
   template <class Operation>
