@@ -56,4 +56,15 @@ if command -v zsh >/dev/null; then
 else
   echo "completion/_kestrel was not compared: zsh is not installed"
 fi
+
+# kestrelctl: its completions ask the program itself; what the manual and the README list is compared.
+subcommands="$("$programs/kestrelctl" --help | sed '1,/^Subcommands:/d' | awk '/^  [a-z]/ {print $1}')"
+agree "docs/kestrelctl.1, subcommands" "$subcommands" \
+  "$(sed -n 's/^\.Ss kestrelctl //p' "$source/docs/kestrelctl.1")"
+agree "README.md, subcommands" "$subcommands" "$(sed -nE 's/^\| `([a-z]+)` \|.*/\1/p' "$source/README.md")"
+agree "docs/kestrelctl.1, options" \
+  "$(for subcommand in $subcommands; do "$programs/kestrelctl" "$subcommand" --help; done |
+    awk '/^ +-/ {print $1}' | grep -v help | sort -u)" \
+  "$(sed -nE 's/^\.It Fl (.) , Fl (-[a-z-]+).*/-\1,-\2/p; s/^\.It Fl (-[a-z0-9]+).*/-\1/p' \
+    "$source/docs/kestrelctl.1" | sort -u)"
 exit $((failures > 0))

@@ -16,7 +16,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
     fuzz::require(make_harmless(message) == message, "a message that can be printed");
     return 0;
   }
-  const auto stations = list_stations({scan});
+  const auto stations = list_stations(std::span(&scan, 1));
   std::ostringstream table, json, other;
   write_table(table, stations);
   write_json(json, stations);

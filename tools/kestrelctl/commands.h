@@ -8,9 +8,11 @@
 #include <filesystem>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "kestrelctl/kestrel_program.h"
+#include "kestrelctl/scan_file.h"
 
 namespace kestrelctl {
 
@@ -24,8 +26,9 @@ inline constexpr int usage = 64;
 
 using Paths = std::vector<std::filesystem::path>;
 
-/// Replaces the file of that name, or prints for "-". Throws std::runtime_error when it cannot be written.
-void write_output(const std::string& name, std::string_view text);
+/// Replaces the file of that name, or prints for "-". Throws std::runtime_error when it cannot be
+/// written, or is one of the scans that the text was made of.
+void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans);
 
 struct Stations_options {
   Paths files;

@@ -13,6 +13,7 @@
 #include <charconv>
 #include <system_error>
 
+#include "kestrelctl/descriptor.h"
 #include "kestrelctl/text.h"
 
 namespace kestrelctl::doctor {
@@ -37,23 +38,6 @@ Access access_of(const std::error_code& error) {
                        error == std::errc::not_a_directory || error == std::errc::filename_too_long;
   return missing ? Access::absent : Access::unreadable;
 }
-
-class Descriptor {
- public:
-  explicit Descriptor(int number) : number_(number) {}
-  ~Descriptor() {
-    if (number_ >= 0) ::close(number_);
-  }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  Descriptor(Descriptor&&) = delete;
-  Descriptor& operator=(Descriptor&&) = delete;
-
-  int number() const { return number_; }
-
- private:
-  int number_;
-};
 
 }  // namespace
 
@@ -99,7 +83,10 @@ bool System_tree::has_file(const std::string& path) const {
 Reading System_tree::read(const std::string& path) const {
   const auto place = locate(path, true);
   if (place.access != Access::present) return {place.access, {}};
-  // Without O_NONBLOCK a pipe in the file's place would hold the open until somebody writes to it.
+  // The opening of a device can do something.
+  std::error_code error;
+  if (!fs::is_regular_file(fs::symlink_status(place.path, error))) return {Access::unreadable, {}};
+  // Without O_NONBLOCK a pipe that has come into its place would hold us until somebody writes.
   const Descriptor file(
       ::open(place.path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
   if (file.number() < 0) return {access_of({errno, std::generic_category()}), {}};

@@ -2,14 +2,18 @@
 //
 // kestrelctl, a companion of kestrel: it reads what kestrel writes, and runs kestrel. This file has
 // its command line.
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <CLI/CLI.hpp>
 #include <clocale>
+#include <cmath>
 #include <csignal>
 #include <cstdlib>
 #include <exception>
 #include <functional>
 #include <iostream>
-#include <map>
+#include <memory>
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/doctor.h"
@@ -38,9 +42,8 @@ Command add_stations(CLI::App& app) {
   auto* command = app.add_subcommand("stations", "List the stations of scan files");
   command->add_option("FILE", options->files, newest);
   command->add_option("-f,--filter", options->filter, "only names that contain this");
-  const std::vector<std::string> keys(std::begin(sort_keys), std::end(sort_keys));
   command->add_option("-s,--sort", options->sort, "what to sort by")
-      ->check(CLI::IsMember(keys))
+      ->check(CLI::IsMember(sort_keys()))
       ->capture_default_str();
   auto* forms = command->add_option_group("form");
   for (const std::string form : {"json", "csv", "m3u"}) {
@@ -71,6 +74,9 @@ Command add_watch(CLI::App& app) {
       app.add_subcommand("watch", "Show the station's text, and then its changes, until Ctrl-C");
   command->add_option("-e,--every", *seconds, "seconds between two looks")
       ->check(CLI::Range(0.1, 86400.0))
+      ->check([](const std::string& given) {  // which takes "nan" for in the range
+        return std::isnan(std::strtod(given.c_str(), nullptr)) ? "is no number" : "";
+      })
       ->capture_default_str();
   auto* subjects = command->add_option_group("subject");
   subjects->add_flag_callback(
@@ -115,6 +121,15 @@ Command add_doctor(CLI::App& app) {
   return {command, [root] { return run_doctor(*root, std::cout); }};
 }
 
+/// What is printed must not get into a file that is opened later, the lock for one.
+void fill_standard_streams() {
+  int descriptor = 0;
+  do {
+    descriptor = open("/dev/null", O_RDWR | O_CLOEXEC);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor >= 0) (void)close(descriptor);
+}
+
 int run(int argc, char** argv) {
   CLI::App app("Companion of kestrel: stations by name, reports, and what is wrong with a board",
                "kestrelctl");
@@ -136,13 +151,16 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  fill_standard_streams();
+  // What starts us may have its children forgotten; we wait for ours.
+  (void)std::signal(SIGCHLD, SIG_DFL);
   // Columns and cases of letters beyond ASCII; without such a locale they are those of ASCII.
   (void)std::setlocale(LC_CTYPE, "C.UTF-8");
   try {
     const int status = run(argc, argv);
-    std::cout << std::flush;
-    if (std::cout || status != exit_status::success) return status;
+    if (std::cout << std::flush) return status;
     std::cerr << "kestrelctl: the output could not be written\n";
+    return status == exit_status::success ? exit_status::failure : status;
   } catch (const std::exception& error) {
     std::cerr << "kestrelctl: " << error.what() << '\n';
   }

@@ -10,10 +10,16 @@
 
 namespace kestrelctl {
 
-void write_output(const std::string& name, std::string_view text) {
+void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans) {
   if (name == "-") {
     std::cout << text;
     return;
+  }
+  for (const auto& scan : scans) {
+    std::error_code error;
+    if (std::filesystem::equivalent(name, scan.path, error)) {
+      throw std::runtime_error(make_harmless(name) + ": is one of the scans, and is left alone");
+    }
   }
   errno = 0;
   std::ofstream file(name, std::ios::binary | std::ios::trunc);

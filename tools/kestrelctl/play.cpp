@@ -16,16 +16,12 @@ constexpr std::string_view failures[]{"Could not tune to frequency", "Could not 
                                       "Illegal value for volume"};
 
 int play(const Station& station, const Play_options& options) {
-  if (!station.is_playable()) {
-    std::cerr << "kestrelctl: " << station.name << " cannot be played: "
-              << (station.index == 0
-                      ? "it was found at index 0 of the frequency list, which kestrel's command "
-                        "line cannot tune. Scan with a list (-y) in which it is not the first\n"
-                      : "its service or component id is 0\n");
+  if (const auto obstacle = station.obstacle(); !obstacle.empty()) {
+    std::cerr << "kestrelctl: " << station.name << " cannot be played: " << obstacle << '\n';
     return exit_status::failure;
   }
   auto arguments = playing_arguments(station);
-  auto command = playing_command(station);
+  auto command = playing_command(station, options.kestrel.program);
   if (options.level) {
     const auto level = std::to_string(*options.level);
     arguments.insert(arguments.end(), {"-l", level});
@@ -36,12 +32,16 @@ int play(const Station& station, const Play_options& options) {
     return exit_status::success;
   }
   std::cout << station.name << ", block " << station.block << ": " << command << '\n' << std::flush;
-  const auto report = run_kestrel(options.kestrel, arguments);
+  Stop_signals stop;
+  const auto report = run_kestrel(options.kestrel, arguments, stop);
   std::cout << report;
   const auto is_said = [&report](std::string_view message) {
     return report.find(message) != std::string::npos;
   };
-  return std::ranges::any_of(failures, is_said) ? exit_status::failure : exit_status::success;
+  if (!report.empty() && std::ranges::none_of(failures, is_said)) return exit_status::success;
+  std::cerr << "kestrelctl: it does not play; does the receiver have the frequency list that the "
+               "scan was made with?\n";
+  return exit_status::failure;
 }
 
 }  // namespace
@@ -68,10 +68,13 @@ int list_stations_command(const Stations_options& options) {
 int play_command(const Play_options& options) {
   auto stations = list_stations(read_scans(options.files));
   std::erase_if(stations, [&options](const Station& station) {
-    return station.kind == "data" ||
-           (!options.block.empty() && fold_case(station.block) != fold_case(options.block));
+    return !options.block.empty() && fold_case(station.block) != fold_case(options.block);
   });
-  auto found = find_stations(stations, options.name);
+  const auto first_data = std::ranges::stable_partition(
+      stations, [](const Station& station) { return station.kind != "data"; });
+  const std::vector<Station> audio(stations.begin(), first_data.begin());
+  auto found = find_stations(audio, options.name);
+  if (found.empty()) found = find_stations(stations, options.name);
   if (found.size() == 1) return play(found.front(), options);
   const auto name = make_harmless(options.name);
   if (found.empty()) {

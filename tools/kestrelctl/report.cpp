@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // `kestrelctl report`: puts what the scans say, as JSON, into the page that shows it.
-#include <algorithm>
-#include <iostream>
 #include <nlohmann/json.hpp>
 #include <set>
-#include <tuple>
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/report_page.h"
@@ -20,13 +17,13 @@ json describe(const Block& block) {
   auto services = json::array();
   for (const auto& service : block.services) {
     const auto station = make_station(block, service);
-    services.push_back(
-        {{"name", station.name},
-         {"service_id", station.service_id},
-         {"component_id", station.component_id},
-         {"kind", station.kind},
-         {"type", station.programme_type},
-         {"command", station.is_playable() ? json(playing_command(station)) : json()}});
+    services.push_back({{"name", station.name},
+                        {"service_id", station.service_id},
+                        {"component_id", station.component_id},
+                        {"kind", station.kind},
+                        {"type", station.programme_type},
+                        {"obstacle", station.obstacle()},
+                        {"command", playing_command(station)}});
   }
   return {{"index", block.index},
           {"block", block.name()},
@@ -56,9 +53,9 @@ json missing_from(const Scan& other, const Scan& scan) {
     return std::pair(station.khz, station.service_id);
   };
   std::set<std::pair<std::uint32_t, std::uint32_t>> known;
-  for (const auto& station : list_stations({other})) known.insert(key(station));
+  for (const auto& station : list_stations(std::span(&other, 1))) known.insert(key(station));
   auto missing = json::array();
-  for (const auto& station : list_stations({scan})) {
+  for (const auto& station : list_stations(std::span(&scan, 1))) {
     if (known.contains(key(station))) continue;
     missing.push_back(
         {{"name", station.name}, {"block", station.block}, {"service_id", station.service_id}});
@@ -94,7 +91,7 @@ int report_command(const Report_options& options) {
   std::string page(report_page);
   constexpr std::string_view place = "@DATA@";
   page.replace(page.find(place), place.size(), as_script_data(data));
-  write_output(options.output, page);
+  write_output(options.output, page, scans);
   return exit_status::success;
 }
 

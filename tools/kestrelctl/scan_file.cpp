@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <fstream>
 #include <iostream>
@@ -20,8 +21,8 @@ namespace {
 using nlohmann::json;
 namespace fs = std::filesystem;
 
-// A file of 48 full service lists has 9 MB.
-constexpr std::size_t largest_file_bytes = std::size_t{64} << 20U;
+// Twice what 48 lists have when each claims the most services.
+constexpr std::size_t largest_file_bytes = std::size_t{16} << 20U;
 
 // Blocks of band III; their distances are not regular.
 struct Band_block {
@@ -138,8 +139,8 @@ Block read_block(const json& entry) {
               .khz = number(status, "tune_freq"),
               .rssi_dbuv = signed_byte(status, "rssi"),
               .snr_db = signed_byte(status, "snr"),
-              .cnr_db = number(status, "cnr"),
-              .fic_quality = number(status, "FIC_quality"),
+              .cnr_db = number<std::uint8_t>(status, "cnr"),
+              .fic_quality = number<std::uint8_t>(status, "FIC_quality"),
               .is_valid = number(status, "valid") != 0,
               .is_acquired = number(status, "acq") != 0,
               .services = {}};
@@ -154,12 +155,16 @@ Block read_block(const json& entry) {
 std::optional<std::chrono::sys_seconds> read_time(const json& entry) {
   using namespace std::chrono;
   const auto& time = at(entry, "ensembleTime");
-  const year_month_day date{year(number<std::uint16_t>(time, "year") % 10000),
-                            month(number(time, "month")), day(number(time, "day"))};
+  constexpr int last_year = 9999;  // with four digits
+  const year_month_day date{year(std::min<int>(number<std::uint16_t>(time, "year"), last_year + 1)),
+                            month(number<std::uint8_t>(time, "month")),
+                            day(number<std::uint8_t>(time, "day"))};
   const auto hour = number(time, "hour");
   const auto minute = number(time, "minute");
   const auto second = number(time, "second");
-  if (!date.ok() || date.year() < year(1995) || hour > 23 || minute > 59 || second > 60) return {};
+  if (!date.ok() || date.year() < year(1995) || date.year() > year(last_year) || hour > 23 ||
+      minute > 59 || second > 60)
+    return {};
   return sys_days(date) + hours(hour) + minutes(minute) + seconds(second);
 }
 
@@ -250,10 +255,14 @@ Scan read_scan_text(std::string_view text_of_file) {
   Scan scan;
   const auto& entries = at(document.json, "ensembleList");
   if (!entries.is_array()) throw Unreadable("is no scan file: it has no array \"ensembleList\"");
+  std::vector<std::chrono::sys_seconds> times;
   for (const auto& entry : entries) {
     scan.blocks.push_back(read_block(entry));
-    if (const auto time = read_time(entry)) scan.time = std::max(scan.time, *time);
+    if (const auto time = read_time(entry)) times.push_back(*time);
   }
+  // A single ensemble's clock may be wrong.
+  std::ranges::sort(times);
+  if (!times.empty()) scan.time = times[times.size() / 2];
   const auto& location = at(document.json, "Location");
   for (const auto& answer : answers) {
     auto given = make_harmless(text(location, answer.key));
@@ -267,6 +276,7 @@ Scan read_scan_file(const fs::path& path) {
   const auto bytes = read_text(path);
   try {
     auto scan = read_scan_text(bytes);
+    scan.path = path;
     scan.file = make_harmless(path.string());
     if (scan.time == std::chrono::sys_seconds{}) scan.time = time_written(path);
     return scan;

@@ -56,8 +56,9 @@ struct Block {
 };
 
 struct Scan {
+  std::filesystem::path path;       ///< empty if it was read from a text
   std::string file;                 ///< its name, harmless
-  std::chrono::sys_seconds time{};  ///< as an ensemble transmitted it, else when it was written
+  std::chrono::sys_seconds time{};  ///< as its ensembles transmitted it, else when it was written
   std::vector<std::pair<std::string, std::string>> location;  ///< the answers that were given
   std::vector<Block> blocks;
   std::vector<Repair> repairs;  ///< what the file needed to be read

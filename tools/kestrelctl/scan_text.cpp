@@ -110,6 +110,7 @@ void narrow(json& object, std::string_view key) {
   if (member == object.end() || !member->is_string()) return;
   std::string bytes;
   for (const char32_t c : decode_utf8(member->get_ref<const std::string&>())) {
+    if (c > 0xFF) return;  // it was not widened
     bytes += static_cast<char>(c);
   }
   *member = std::move(bytes);
@@ -148,11 +149,11 @@ class Mender {
   void restore(json& document) const {
     if (auto* location = find_member(document, "Location")) {
       for (const auto& member : raw_members) {
-        if (!member.occurs_again && was_mended(member.key)) narrow(*location, member.key);
+        if (!member.occurs_again && is_in(mended_keys_, member.key)) narrow(*location, member.key);
       }
     }
     auto* ensembles = find_member(document, "ensembleList");
-    if (ensembles == nullptr || !was_mended("Label")) return;
+    if (ensembles == nullptr || !is_in(mended_keys_, "Label")) return;
     for (auto& ensemble : *ensembles) {
       auto* list = find_member(ensemble, "DigitalServiceList");
       auto* services = list == nullptr ? nullptr : find_member(*list, "ServiceList");
@@ -168,16 +169,19 @@ class Mender {
     std::size_t original;
   };
 
-  [[nodiscard]] bool was_mended(std::string_view key) const {
-    return std::ranges::find(mended_keys_, key) != mended_keys_.end();
+  using Keys = std::vector<std::string_view>;
+  static bool is_in(const Keys& keys, std::string_view key) {
+    return std::ranges::find(keys, key) != keys.end();
   }
 
   /// A key with its raw string, or else any string.
   void take_string() {
     for (const auto& member : raw_members) {
-      if (!member.occurs_again && was_mended(member.key)) continue;
+      if (is_in(tried_keys_, member.key)) continue;
       Cursor cursor{text_, at_};
       if (!cursor.take_key(member.key) || !cursor.take('"')) continue;
+      // Its end may be searched for through all of the text: once.
+      if (!member.occurs_again) tried_keys_.push_back(member.key);
       const auto end = find_end(text_, cursor.at, member);
       if (!end) break;
       mend(cursor.at, *end, member);
@@ -204,7 +208,7 @@ class Mender {
     mended_ += '"';
     at_ = end + 1;
     shifts_.push_back({mended_.size(), at_});
-    if (!was_mended(member.key)) mended_keys_.push_back(member.key);
+    if (!is_in(mended_keys_, member.key)) mended_keys_.push_back(member.key);
   }
 
   std::string_view text_;
@@ -214,7 +218,7 @@ class Mender {
   std::string mended_;
   std::vector<Repair> repairs_;
   std::vector<Shift> shifts_;
-  std::vector<std::string_view> mended_keys_;
+  Keys tried_keys_, mended_keys_;
 };
 
 /// "line N, column N: why", with the byte of `text` that the library stumbled over.
@@ -224,9 +228,11 @@ std::string describe(std::string_view text, std::size_t offset, std::string_view
   const auto column = 1 + before.size() - (before.rfind('\n') + 1);
   // The library's own position counts in the mended text.
   const auto position = what.find(", column ");
-  const auto reason = position == std::string_view::npos ? 0 : what.find(": ", position);
+  const auto reason = position == std::string_view::npos ? position : what.find(": ", position);
+  if (reason != std::string_view::npos) what.remove_prefix(reason + 2);
+  constexpr std::size_t shown = 120;
   return "line " + std::to_string(line) + ", column " + std::to_string(column) + ": " +
-         make_harmless(what.substr(reason == 0 ? 0 : reason + 2));
+         make_harmless(what.substr(0, shown)) + (what.size() > shown ? "..." : "");
 }
 
 }  // namespace

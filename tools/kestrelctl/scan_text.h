@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// Reads the text of a scan file as JSON. kestrel writes answers and labels as they are, so a quote
-// too many, a backslash, a control character or a byte that is no UTF-8 can make its file invalid:
-// such a file is mended where only one reading is possible.
+// Reads the text of a scan file as JSON. kestrel writes answers and labels nearly as they are, so a
+// quote too many, a backslash, a control character or a byte that is no UTF-8 can make its file
+// invalid. Such a file is mended: a string ends at the first quote behind which stands what kestrel
+// writes next.
 #pragma once
 
 #include <nlohmann/json.hpp>

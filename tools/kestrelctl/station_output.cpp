@@ -44,10 +44,12 @@ constexpr std::array columns{
     Column{"Index", "index", [](const Station& s) -> json { return s.index; }},
     Column{"Service", "service_id", [](const Station& s) -> json { return s.service_id; }},
     Column{"hex", "service_id_hex",
-           [](const Station& s) -> json { return hexadecimal(s.service_id); }},
+           [](const Station& s) -> json { return "0x" + hexadecimal(s.service_id); },
+           [](const Station& s) { return hexadecimal(s.service_id); }},
     Column{"Component", "component_id", [](const Station& s) -> json { return s.component_id; }},
     Column{"hex", "component_id_hex",
-           [](const Station& s) -> json { return hexadecimal(s.component_id); }},
+           [](const Station& s) -> json { return "0x" + hexadecimal(s.component_id); },
+           [](const Station& s) { return hexadecimal(s.component_id); }},
     Column{"Kind", "kind", [](const Station& s) -> json { return s.kind; }},
     Column{"Type", "programme_type", [](const Station& s) -> json { return s.programme_type; }},
     Column{"dBuV", "rssi_dbuv", [](const Station& s) -> json { return s.rssi_dbuv; }},
@@ -58,8 +60,10 @@ std::string to_text(const json& value) {
   return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-/// As RFC 4180 has it.
-std::string quote_csv(const std::string& text) {
+/// As RFC 4180 has it, and no formula for a spreadsheet, whatever a station calls itself.
+std::string quote_csv(const json& value) {
+  auto text = to_text(value);
+  if (value.is_string() && text.find_first_of("=+-@") == 0) text.insert(0, "'");
   if (text.find_first_of("\",\r\n") == std::string::npos) return text;
   std::string quoted = "\"";
   for (const char c : text) quoted += c == '"' ? "\"\"" : std::string(1, c);
@@ -96,7 +100,8 @@ void write_json(std::ostream& out, const std::vector<Station>& stations) {
   for (const auto& station : stations) {
     json entry;
     for (const auto& column : columns) entry[column.key] = column.value(station);
-    entry["command"] = station.is_playable() ? json(playing_command(station)) : json();
+    entry["obstacle"] = station.obstacle();
+    entry["command"] = playing_command(station);
     list.push_back(std::move(entry));
   }
   out << list.dump(2) << '\n';
@@ -112,7 +117,7 @@ void write_csv(std::ostream& out, const std::vector<Station>& stations) {
   for (const auto& station : stations) {
     separator = "";
     for (const auto& column : columns) {
-      out << separator << quote_csv(to_text(column.value(station)));
+      out << separator << quote_csv(column.value(station));
       separator = ",";
     }
     out << "\r\n";
@@ -122,10 +127,10 @@ void write_csv(std::ostream& out, const std::vector<Station>& stations) {
 void write_playlist(std::ostream& out, const std::vector<Station>& stations) {
   out << "#EXTM3U\n";
   for (const auto& station : stations) {
-    if (station.is_playable()) {
+    if (station.obstacle().empty()) {
       out << "#EXTINF:-1," << station.name << '\n' << playing_command(station) << '\n';
     } else {
-      out << "# left out, kestrel cannot play it: " << station.name << '\n';
+      out << "# left out, " << station.obstacle() << ": " << station.name << '\n';
     }
   }
 }

@@ -2,6 +2,7 @@
 #include "kestrelctl/stations.h"
 
 #include <algorithm>
+#include <array>
 #include <map>
 #include <tuple>
 #include <utility>
@@ -10,7 +11,13 @@
 
 namespace kestrelctl {
 
-bool Station::is_playable() const { return index != 0 && service_id != 0 && component_id != 0; }
+std::string_view Station::obstacle() const {
+  if (kind == "data") return "kestrel plays no data services";
+  if (index == 0) return "kestrel's command line cannot tune index 0";
+  if (component_id == 0) return "it has no component, or one with the id 0";
+  if (service_id == 0) return "kestrel takes the service id 0 for none";
+  return {};
+}
 
 Station make_station(const Block& block, const Service& service) {
   const auto* component = service.main_component();
@@ -26,7 +33,7 @@ Station make_station(const Block& block, const Service& service) {
           .snr_db = block.snr_db};
 }
 
-std::vector<Station> list_stations(const std::vector<Scan>& scans) {
+std::vector<Station> list_stations(std::span<const Scan> scans) {
   std::map<std::pair<std::uint32_t, std::uint32_t>, Station> found;
   for (const auto& scan : scans) {
     for (const auto& block : scan.blocks) {
@@ -46,8 +53,9 @@ std::vector<std::string> playing_arguments(const Station& station) {
           "-c", std::to_string(station.component_id), "-p"};
 }
 
-std::string playing_command(const Station& station) {
-  std::string command = "sudo kestrel";
+std::string playing_command(const Station& station, const std::string& program) {
+  if (!station.obstacle().empty()) return "";
+  std::string command = "sudo " + program;
   for (const auto& argument : playing_arguments(station)) command += ' ' + argument;
   return command;
 }
@@ -55,40 +63,61 @@ std::string playing_command(const Station& station) {
 std::vector<Station> find_stations(const std::vector<Station>& stations, std::string_view name) {
   enum Closeness { no, contains, begins, equals };
   const auto wanted = fold_case(make_harmless(name));
-  const auto closeness = [&wanted](const Station& station) {
-    const auto folded = fold_case(station.name);
+  const auto closeness = [&wanted](const std::string& folded) {
     if (folded == wanted) return equals;
     if (folded.starts_with(wanted)) return begins;
     return folded.find(wanted) == std::string::npos ? no : contains;
   };
   auto closest = contains;
-  for (const auto& station : stations) closest = std::max(closest, closeness(station));
-  std::vector<Station> found;
+  std::map<std::pair<std::string, std::uint32_t>, Station> found;
   for (const auto& station : stations) {
-    if (closeness(station) != closest) continue;
-    const auto twin = std::ranges::find(found, station.service_id, &Station::service_id);
-    if (twin == found.end()) {
-      found.push_back(station);
-    } else if (std::pair(station.is_playable(), station.rssi_dbuv) >
-               std::pair(twin->is_playable(), twin->rssi_dbuv)) {
-      *twin = station;
-    }
+    auto folded = fold_case(station.name);
+    const auto is = closeness(folded);
+    if (is < closest) continue;
+    if (is > closest) found.clear();
+    closest = is;
+    const auto rank = [](const Station& s) { return std::pair(s.obstacle().empty(), s.rssi_dbuv); };
+    const auto [twin, is_new] = found.try_emplace({std::move(folded), station.service_id}, station);
+    if (!is_new && rank(station) > rank(twin->second)) twin->second = station;
   }
-  return found;
+  std::vector<Station> list;
+  for (auto& [key, station] : found) list.push_back(std::move(station));
+  return list;
+}
+
+namespace {
+
+/// What the stations are sorted by: a number, then a word, then the name.
+struct Sort_key {
+  std::string_view name;
+  std::int64_t (*number)(const Station&);
+  std::string_view (*word)(const Station&);
+};
+constexpr auto no_number = [](const Station&) { return std::int64_t{0}; };
+constexpr auto no_word = [](const Station&) { return std::string_view(); };
+constexpr std::array keys{
+    Sort_key{"name", no_number, no_word},
+    Sort_key{"block", [](const Station& s) { return std::int64_t{s.khz}; }, no_word},
+    Sort_key{"signal", [](const Station& s) { return -std::int64_t{s.rssi_dbuv}; }, no_word},
+    Sort_key{"kind", no_number, [](const Station& s) { return s.kind; }},
+    Sort_key{"type", no_number, [](const Station& s) { return s.programme_type; }},
+    Sort_key{"id", [](const Station& s) { return std::int64_t{s.service_id}; }, no_word}};
+
+}  // namespace
+
+std::vector<std::string> sort_keys() {
+  std::vector<std::string> names;
+  for (const auto& key : keys) names.emplace_back(key.name);
+  return names;
 }
 
 void sort_stations(std::vector<Station>& stations, std::string_view key) {
-  const auto rank = [key](const Station& station) {
-    std::int64_t number = 0;
-    std::string_view word;
-    if (key == "block") number = station.khz;
-    if (key == "signal") number = -std::int64_t{station.rssi_dbuv};
-    if (key == "id") number = station.service_id;
-    if (key == "kind") word = station.kind;
-    if (key == "type") word = station.programme_type;
-    return std::tuple(number, word, fold_case(station.name), station.khz, station.service_id);
-  };
-  std::ranges::sort(stations, {}, rank);
+  const auto* chosen = std::ranges::find(keys, key, &Sort_key::name);
+  if (chosen == keys.end()) chosen = keys.begin();
+  std::ranges::sort(stations, {}, [chosen](const Station& station) {
+    return std::tuple(chosen->number(station), chosen->word(station), fold_case(station.name),
+                      station.khz, station.service_id);
+  });
 }
 
 }  // namespace kestrelctl

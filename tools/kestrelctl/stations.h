@@ -6,6 +6,7 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -26,28 +27,28 @@ struct Station {
   int rssi_dbuv = 0;
   int snr_db = 0;
 
-  /// Can kestrel play it? Not at index 0, which its command line cannot tune, and not with the id
-  /// 0, which it takes for none.
-  [[nodiscard]] bool is_playable() const;
+  /// What keeps kestrel from playing it; empty if nothing does.
+  [[nodiscard]] std::string_view obstacle() const;
 };
 
 Station make_station(const Block& block, const Service& service);
 /// Each service of the scans, the oldest of which comes first: of a service that was found again on
 /// the same frequency, what was found last.
-std::vector<Station> list_stations(const std::vector<Scan>& scans);
+std::vector<Station> list_stations(std::span<const Scan> scans);
 
-/// What kestrel is to be given to play a playable station.
+/// What kestrel is to be given to play the station.
 std::vector<std::string> playing_arguments(const Station& station);
-/// "sudo kestrel -f 33 -e 17333 -c 12 -p"
-std::string playing_command(const Station& station);
+/// "sudo kestrel -f 33 -e 17333 -c 12 -p"; empty if there is an obstacle.
+std::string playing_command(const Station& station, const std::string& program = "kestrel");
 
 /// The stations named `name`; if there are none, those whose names begin with it; if there are none
-/// either, those whose names contain it. Without case. A service that several frequencies carry is
-/// there once, with the strongest signal.
+/// either, those whose names contain it. Without case. A service that several frequencies carry
+/// under one name is there once: where it can be played, and with the strongest signal.
 std::vector<Station> find_stations(const std::vector<Station>& stations, std::string_view name);
 
-/// What `--sort` takes; by name where two are alike.
-inline constexpr std::string_view sort_keys[]{"name", "block", "signal", "kind", "type", "id"};
+/// What `--sort` takes.
+std::vector<std::string> sort_keys();
+/// By one of the keys, and by name where two are alike.
 void sort_stations(std::vector<Station>& stations, std::string_view key);
 
 void write_table(std::ostream& out, const std::vector<Station>& stations);

@@ -49,8 +49,9 @@ char32_t decode_ebu_latin(unsigned char byte) {
 /// Would it move a cursor, change colours or turn the direction of a line?
 bool is_harmful(char32_t c) {
   const auto between = [c](char32_t first, char32_t last) { return c >= first && c <= last; };
-  return c < 0x20 || between(0x7F, 0x9F) || between(0x200E, 0x200F) || between(0x2028, 0x202E) ||
-         between(0x2066, 0x2069) || c == 0xFEFF;
+  return c < 0x20 || between(0x7F, 0x9F) || c == 0x061C || between(0x200E, 0x200F) ||
+         between(0x2028, 0x202E) || between(0x2066, 0x2069) || c == 0xFEFF ||
+         between(0xFFF9, 0xFFFB);
 }
 
 std::string finish(std::u32string code_points) {

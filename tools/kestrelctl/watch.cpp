@@ -2,8 +2,6 @@
 //
 // `kestrelctl watch`: one report of kestrel again and again, of which only the changes are shown.
 #include <algorithm>
-#include <csignal>
-#include <ctime>
 #include <iostream>
 #include <map>
 #include <nlohmann/json.hpp>
@@ -16,39 +14,14 @@
 namespace kestrelctl {
 namespace {
 
-using namespace std::chrono_literals;
-
 /// What a report says, in its order: a label and a value each.
 using Values = std::vector<std::pair<std::string, std::string>>;
 
 constexpr std::string_view text_label = "text";
 constexpr std::string_view error_label = "error";
 
-/// Ctrl-C and SIGTERM end the waiting, and nothing else: the kestrel that runs is not disturbed.
-class Stop_signals {
- public:
-  Stop_signals() {
-    sigemptyset(&signals_);
-    sigaddset(&signals_, SIGINT);
-    sigaddset(&signals_, SIGTERM);
-    sigprocmask(SIG_BLOCK, &signals_, nullptr);
-  }
-  /// False as soon as there was one of them.
-  bool pause(std::chrono::milliseconds time) {
-    if (is_stopped_) return false;
-    const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
-    const timespec patience{.tv_sec = static_cast<time_t>(seconds.count()),
-                            .tv_nsec = std::chrono::nanoseconds(time - seconds).count()};
-    is_stopped_ = sigtimedwait(&signals_, nullptr, &patience) > 0;
-    return !is_stopped_;
-  }
-
- private:
-  sigset_t signals_{};
-  bool is_stopped_ = false;
-};
-
-std::string trim(std::string_view text) {
+/// Without blanks at its ends, and harmless.
+std::string clean(std::string_view text) {
   const auto begin = std::min(text.find_first_not_of(" \t\r\n"), text.size());
   return make_harmless(text.substr(begin));
 }
@@ -61,17 +34,16 @@ Values read_lines(std::string_view report) {
     report.remove_prefix(std::min(line.size() + 1, report.size()));
     const auto colon = line.find(": ");
     if (colon == std::string_view::npos) continue;
-    auto value = trim(line.substr(colon + 1));
-    if (!value.empty()) values.emplace_back(trim(line.substr(0, colon)), std::move(value));
+    auto value = clean(line.substr(colon + 1));
+    if (!value.empty()) values.emplace_back(clean(line.substr(0, colon)), std::move(value));
   }
   return values;
 }
 
 Values read_report(const Watch_options& options, Stop_signals& stop) {
-  const auto report =
-      run_kestrel(options.kestrel, {options.what}, [&stop](auto time) { return stop.pause(time); });
+  const auto report = run_kestrel(options.kestrel, {options.what}, stop);
   if (options.what != "-D") return read_lines(report);
-  auto text = trim(report);
+  auto text = clean(report);
   if (text == "Error getting service data") throw Cannot_run("the receiver gave no service data");
   return text.empty() ? Values{} : Values{{std::string(text_label), std::move(text)}};
 }
@@ -88,7 +60,7 @@ class Changes {
     for (const auto& [label, value] : values) {
       const auto [before, is_new] = seen_.try_emplace(label, value);
       if (!is_new && before->second == value) continue;
-      object[label] = as_json(value);
+      object[label] = as_json(label, value);
       if (!is_json_) show_line(time, label, is_new ? "" : before->second, value);
       before->second = value;
     }
@@ -108,9 +80,9 @@ class Changes {
     if (label != text_label && !before.empty()) std::cout << before << " -> ";
     std::cout << value << '\n';
   }
-  static nlohmann::ordered_json as_json(const std::string& value) {
+  static nlohmann::ordered_json as_json(const std::string& label, const std::string& value) {
     constexpr std::size_t digits_of_any_number = 10;
-    const bool is_number = value.size() <= digits_of_any_number &&
+    const bool is_number = label != text_label && value.size() <= digits_of_any_number &&
                            value.find_first_not_of("0123456789") == std::string::npos;
     if (is_number) return std::stoull(value);
     return value;
@@ -127,7 +99,12 @@ int watch_command(const Watch_options& options) {
   Changes changes(options.is_json);
   for (unsigned run = 1;; ++run) {
     try {
-      changes.show(read_report(options, stop));
+      const auto values = read_report(options, stop);
+      if (run == 1 && values.empty()) {
+        std::cerr << "kestrelctl: nothing yet; text and --reception need the DAB firmware, --fm "
+                     "the FM firmware\n";
+      }
+      changes.show(values);
     } catch (const Cannot_run& error) {
       // At first it is a mistake; later it is something to tell, and to wait for its end.
       if (run == 1) throw;
@@ -135,7 +112,7 @@ int watch_command(const Watch_options& options) {
     }
     if (run == options.runs || !std::cout || !stop.pause(options.every)) break;
   }
-  return std::cout ? exit_status::success : exit_status::failure;
+  return exit_status::success;
 }
 
 }  // namespace kestrelctl
