@@ -3,6 +3,7 @@
 // `kestrelctl stations` and `kestrelctl play`: from scan files to a list, and from a name to a run.
 #include <algorithm>
 #include <iostream>
+#include <iterator>
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/stations.h"
@@ -70,9 +71,9 @@ int play_command(const Play_options& options) {
   std::erase_if(stations, [&options](const Station& station) {
     return !options.block.empty() && fold_case(station.block) != fold_case(options.block);
   });
-  const auto first_data = std::ranges::stable_partition(
-      stations, [](const Station& station) { return station.kind != "data"; });
-  const std::vector<Station> audio(stations.begin(), first_data.begin());
+  std::vector<Station> audio;
+  std::ranges::copy_if(stations, std::back_inserter(audio),
+                       [](const Station& station) { return station.kind != "data"; });
   auto found = find_stations(audio, options.name);
   if (found.empty()) found = find_stations(stations, options.name);
   if (found.size() == 1) return play(found.front(), options);
