@@ -18,9 +18,9 @@ namespace kestrelctl::doctor {
 /// The examined system, and what more than one check wants to know of it.
 struct System {
   System_tree tree;
-  bool is_running;  ///< false: the card of another machine, where proc and sys are empty
+  bool is_running = false;  ///< false: the card of another machine, where proc and sys are empty
   Reading model_name;
-  const Model* model;  ///< null: not known
+  const Model* model = nullptr;  ///< null: not known
   Boot_config config;
 };
 

@@ -70,6 +70,7 @@ class Spawn_settings {
 
   pid_t spawn(std::vector<std::string> words) const {
     std::vector<char*> pointers;
+    pointers.reserve(words.size() + 1);
     for (auto& word : words) pointers.push_back(word.data());
     pointers.push_back(nullptr);
     pid_t child = 0;

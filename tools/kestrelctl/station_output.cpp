@@ -31,9 +31,9 @@ std::string megahertz(std::uint32_t khz) {
 }
 
 struct Column {
-  const char* heading;
-  const char* key;
-  json (*value)(const Station&);
+  const char* heading = nullptr;
+  const char* key = nullptr;
+  json (*value)(const Station&) = nullptr;
   std::string (*shown)(const Station&) = nullptr;  ///< in the table, where it differs
 };
 constexpr std::array columns{

@@ -81,6 +81,7 @@ std::vector<Station> find_stations(const std::vector<Station>& stations, std::st
     if (!is_new && rank(station) > rank(twin->second)) twin->second = station;
   }
   std::vector<Station> list;
+  list.reserve(found.size());
   for (auto& [key, station] : found) list.push_back(std::move(station));
   return list;
 }
@@ -107,6 +108,7 @@ constexpr std::array keys{
 
 std::vector<std::string> sort_keys() {
   std::vector<std::string> names;
+  names.reserve(keys.size());
   for (const auto& key : keys) names.emplace_back(key.name);
   return names;
 }
