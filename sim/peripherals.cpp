@@ -173,7 +173,7 @@ void change_spi(const char* caller, Change change) {
 std::optional<std::size_t> word_at(const volatile uint32_t* address, const char* caller) {
   if (sim::peripherals().is_mapped(caller)) {
     const auto* begin = register_block.data();
-    const std::less<const volatile uint32_t*> is_before;
+    const std::less<> is_before;
     if (!is_before(address, begin) && is_before(address, begin + register_block.size())) {
       return static_cast<std::size_t>(address - begin);
     }
