@@ -22,8 +22,9 @@ class Stop_signals {
   bool pause(std::chrono::milliseconds time) {
     if (is_stopped_) return false;
     const auto seconds = std::chrono::floor<std::chrono::seconds>(time);
+    const std::chrono::nanoseconds rest = time - seconds;
     const timespec patience{.tv_sec = static_cast<time_t>(seconds.count()),
-                            .tv_nsec = std::chrono::nanoseconds(time - seconds).count()};
+                            .tv_nsec = static_cast<long>(rest.count())};
     is_stopped_ = sigtimedwait(&signals_, nullptr, &patience) > 0;
     return !is_stopped_;
   }
