@@ -5,6 +5,8 @@
 
 #include <unistd.h>
 
+#include <algorithm>
+#include <limits>
 #include <tuple>
 
 #include "cli/run.h"
@@ -23,6 +25,10 @@ auto fields_of(const arguments& given) {
                     station_text);
 }
 
+// A number beyond a long becomes the longest one: 32-bit systems know no service ids above it.
+constexpr auto last_service =
+    static_cast<unsigned int>(std::min<long long>(4'294'967'295, std::numeric_limits<long>::max()));
+
 TEST(Options, EachOptionSetsItsOwnFields) {
   const std::pair<const char*, arguments> cases[]{
       {"", {}},
@@ -37,7 +43,7 @@ TEST(Options, EachOptionSetsItsOwnFields) {
       {"-f 33 -e 17333 -c 12", {.service = 17333, .component = 12, .frequency = 33}},
       {"-f 300", {.frequency = 44}},
       {"-f 33 --frequency abc", {.frequency = 0}},
-      {"-F 98500 --service=4294967295", {.fm_frequency = 98500, .service = 4'294'967'295}},
+      {"-F 98500 --service=4294967295", {.fm_frequency = 98500, .service = last_service}},
       {"-o 1", {.i2s_given = 1, .i2s_out = 1}},
       {"-o 1 --i2s_out=0", {.i2s_given = 1}},
       {"-y list.txt", {.frequency_list = 1, .frequency_list_file = "list.txt"}}};
