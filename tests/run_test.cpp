@@ -44,6 +44,21 @@ class Whole_run : public testing::Test, protected Directory {
   std::string out_, err_;
 };
 
+TEST_F(Whole_run, PlaysOnAndIsFoundByTheNextRun) {
+  expect_playing();
+  run("-i -d -D");
+  EXPECT_EQ(status_, 0);
+  EXPECT_EQ(err_, "");
+  for (const auto* part : {"\n\nSPI bus enabled.\n\nChip info ---",
+                           "\nPowerup state:                              3\n",
+                           "\nFirmware image running the sysstate CMD:    DAB\n",
+                           "\nEnsemble acquired:                          1\n",
+                           "\nTune Freq.:                                 227360\n",
+                           "\nTune index:                                 33\n", "Seegrund Pop"}) {
+    EXPECT_NE(out_.find(part), std::string::npos) << part << out_;
+  }
+}
+
 TEST_F(Whole_run, KilledAtAnyMomentLeavesABoardForTheNextRun) {
   // The trace goes through a pipe too short for the lines of a run, so that the program waits for
   // us near the line at which it is to be killed: in the reset, between the pieces of a frame, in a

@@ -94,6 +94,25 @@ struct Model {
                                ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' ', ' '};
 };
 
+TEST_F(Service_list, ExampleIsWrittenToTheByte) {
+  // Version 3; data service 0xE1D30001, linked, local; components with TMID 2 and 3.
+  const Bytes list{3,   0,   1,   7,   7,    7,    0x01, 0x00, 0xD3, 0xE1, 0x55, 0xB2, 0x0F,
+                   7,   'a', '"', 'b', '\\', 'c',  0x01, 0xE4, ' ',  ' ',  ' ',  ' ',  ' ',
+                   ' ', ' ', ' ', '.', 0x89, 0x80, 0x02, 0x01, 0x21, 0xF3, 0xF1, 0x00};
+  const std::string example =
+      "\"DigitalServiceList\": {\n\"ServiceListVersion\": 3,\n\"NumberServices\": 1,\n"
+      "\"ServiceList\": [\n{\n\"ServiceNo\": 0,\n\"ServId\": 3788701697,\n\"AudioOrDataFlag\": 1,\n"
+      "\"ServRef\": 196609,\n\"CountryID\": 13,\n\"ECC\": 225,\n\"ProgramType\": 10,\n"
+      "\"LinkingInfo\": 1,\n\"NumberComponents\": 2,\n\"CAId\": 3,\n\"local\": 1,\n"
+      "\"SICharset\": 15,\n\"Label\": \"a\\\"b\\c\x01\xE4        .\",\n\"ComponentList\": [\n"
+      "{\n\"ComponentNo\": 0,\n\"comp_ID\": 32905,\n\"TMID\": 2,\n\"FIDCId\": 9,\n"
+      "\"CA_flag\": 0,\n\"ps\": 1,\n\"ASCTyDSCTy\": 0,\n\"muA_info_valid\": 1\n},{\n"
+      "\"ComponentNo\": 1,\n\"comp_ID\": 62241,\n\"TMID\": 3,\n\"SCId\": 801,\n\"DGFlag\": 1,\n"
+      "\"CA_flag\": 1,\n\"ps\": 0,\n\"ASCTyDSCTy\": 60,\n\"muA_info_valid\": 0\n}]\n}]\n}";
+  play(sized(list, list.size()), print_digital_service_list, {{"", 0, 0, {}, 0, 0, 0, example}});
+  EXPECT_EQ(commands(), (Lines{"80 00", "80 00"}));
+}
+
 TEST_F(Service_list, AnyBytesAreReadAsTheModelReadsThem) {
   const auto ensembles = std::make_unique<Ensemble_list>();
   std::uint32_t state = 468;

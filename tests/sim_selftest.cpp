@@ -70,6 +70,33 @@ TEST(SimulatedBoard, StopsItsClockWhileTheReceiveFifoIsFull) {
   EXPECT_EQ(sim::violations().size(), 1U);
 }
 
+TEST(SimulatedReceiver, BootsOnlyFromAWholePatchAndAWholeImage) {
+  const struct {
+    std::size_t patch, image;
+    std::uint8_t status_0, status_3, running;  // running: what GET_SYS_STATE reports
+  } rows[] = {{5796, 521448, 0x80, 0xC0, 2},
+              {5796, 530180, 0x80, 0xC0, 1},
+              {5795, 521448, 0xC0, 0x80, 0},
+              {5796, 521447, 0xC0, 0x80, 0}};
+  for (const auto& row : rows) {
+    start();
+    bcm2835_gpio_write(23, HIGH);
+    ask({0x01, 0, 0x1F, 0x7F, 0, 0xF8, 0x24, 1, 0x20, 0x10, 0, 0, 0, 0x18, 0, 0});  // 19.2 MHz
+    for (std::size_t left : {row.patch, row.image}) {
+      frame({0x06, 0x00});
+      while (left > 0) {
+        Bytes load(4 + std::min<std::size_t>(left, 4092));
+        load[0] = 0x04;
+        left -= load.size() - 4;
+        frame(load);
+      }
+    }
+    const Bytes booted = ask({0x07, 0x00});
+    EXPECT_EQ(booted, (Bytes{0xFF, row.status_0, 0, 0, row.status_3})) << row.image;
+    EXPECT_EQ(ask({0x09, 0x00}, 7)[5], row.running);
+  }
+}
+
 TEST(SimulatedReceiver, RefusesWhatTheChipRefusesAndSaysWhy) {
   const std::tuple<bool, Bytes, std::string> rows[]{
       {true, {0x77, 0}, "unknown"},
@@ -87,17 +114,46 @@ TEST(SimulatedReceiver, RefusesWhatTheChipRefusesAndSaysWhy) {
   }
 }
 
-TEST(SimulatedReceiver, TakesTimeToReceiveAnEnsembleAndTellsOfItsListOnce) {
+TEST(SimulatedReceiver, TakesTimeToReceiveAnEnsembleAndPlaysItsService) {
   start_booted(true);
   EXPECT_EQ(ask({0xB0, 0, 33, 0, 0, 0})[1], 0x80);  // the tune goes on
   sim::pass_time(300ms);
-  EXPECT_EQ(ask({0xB2, 0}, 24)[6] & 0x05, 0x01);  // valid, not yet acquired
+  const Bytes tuned = ask({0xB2, 0}, 24);
+  EXPECT_EQ(tuned[1], 0x81);
+  EXPECT_EQ(tuned[6] & 0x05, 0x01);  // valid, not yet acquired
+  EXPECT_EQ(Bytes(&tuned[13], &tuned[18]), (Bytes{0x20, 0x78, 3, 0, 33}));  // 227360 kHz
   EXPECT_EQ(ask({0xB3, 1}, 9)[6] & 1, 0);
   sim::pass_time(500ms);
   EXPECT_EQ(ask({0xB2, 0}, 24)[6] & 0x05, 0x05);
   EXPECT_EQ(ask({0xB3, 1}, 9)[5] & 1, 1);   // a new list
   EXPECT_EQ(ask({0xB3, 1}, 9)[5] & 1, 0);   // was acknowledged
   EXPECT_EQ(ask({0x84, 0}, 25)[5] & 1, 0);  // nothing plays, no packet
+  EXPECT_EQ(ask({0x81, 0, 0, 0, 0xB5, 0x43, 0, 0, 12, 0, 0, 0})[1] & 0x40, 0);
+  const Bytes packet = ask({0x84, 0}, 80);
+  EXPECT_EQ(packet[19], 2 + 45 + 1);  // two prefix bytes, the text, its end
+  EXPECT_EQ(std::string(&packet[27], &packet[39]), "Seegrund Pop");
+  EXPECT_EQ(sim::violations().size(), 0U);
+}
+
+TEST(SimulatedReceiver, SeeksFromStationToStationAndDecodesRds) {
+  start_booted(false);
+  std::vector<int> found;
+  for (bool has_hit_limit = false; !has_hit_limit && found.size() < 30;) {
+    ask({0x31, 0, 0x01, 0, 0, 0});
+    sim::pass_time(5s);
+    const Bytes quality = ask({0x32, 0x09}, 23);
+    found.push_back((quality[7] + 256 * quality[8]) / 10);
+    has_hit_limit = (quality[6] & 0x80) != 0;
+  }
+  EXPECT_EQ(found, (std::vector{876, 888, 903, 930, 946, 959, 971, 985, 1002, 1019, 1034, 1057,
+                                1078, 876}));
+  EXPECT_EQ(ask({0x34, 0}, 21)[6] & 0x1A, 0);  // silent until its properties are written
+  ask({0x13, 0, 0x02, 0x3C, 0x01, 0x00});
+  ask({0x13, 0, 0x00, 0x39, 0x00, 0x39});
+  const Bytes group = ask({0x34, 0}, 21);
+  EXPECT_EQ(group[6] & 0x1A, 0x1A);
+  EXPECT_EQ(Bytes(&group[9], &group[11]), (Bytes{0x01, 0x42}));
+  EXPECT_EQ(Bytes(&group[13], &group[15]), (Bytes{0x01, 0x42}));  // block A repeats the PI code
 }
 
 TEST(SimulatedFaults, StrikeWhereTheySay) {

@@ -108,7 +108,7 @@ int watch_command(const Watch_options& options) {
     } catch (const Cannot_run& error) {
       // At first it is a mistake; later it is something to tell, and to wait for its end.
       if (run == 1) throw;
-      changes.show({{std::string(error_label), error.what()}});
+      changes.show({{std::string(error_label), clean(error.what())}});
     }
     if (run == options.runs || !std::cout || !stop.pause(options.every)) break;
   }
