@@ -110,21 +110,26 @@ std::int16_t Si468x_DAB_tune_freq_save(unsigned char index, Si468x_DAB_digrad_st
   return wait_for_stable_service_list();
 }
 
-std::int16_t tune_freq(unsigned char index) {
+std::int16_t Si468x_DAB_tune_and_acquire(unsigned char index) {
   constexpr unsigned after_tune_ms = 500;
   constexpr unsigned check_limit = 10;
   constexpr unsigned check_wait_ms = 200;
   Si468x_DAB_digrad_status status;
-  (void)Si468x_DAB_tune_freq(index);  // whether an ensemble is there is judged by acquisition alone
+  const auto tuned = Si468x_DAB_tune_freq(index);
   Si468x_delay_ms(after_tune_ms);
   for (unsigned check = 0; check < check_limit; ++check) {
     const bool acquired = status.get_new_status() == 0 && status.acq != 0;
     Si468x_delay_ms(check_wait_ms);
-    if (acquired) {
-      std::puts("Tuned.\n");
-      return 0;
-    }
+    if (acquired) return result::ok;
   }
-  std::puts("Could not tune to frequency\n");
-  return -1;
+  return tuned < 0 ? tuned : result::timed_out;
+}
+
+std::int16_t tune_freq(unsigned char index) {
+  if (Si468x_DAB_tune_and_acquire(index) != 0) {
+    std::puts("Could not tune to frequency\n");
+    return -1;
+  }
+  std::puts("Tuned.\n");
+  return 0;
 }

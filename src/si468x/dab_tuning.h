@@ -32,6 +32,11 @@ std::int16_t Si468x_DAB_tune_freq(unsigned char index);
 /// 65), status read (165; `status` keeps its contents) or event read (265).
 std::int16_t Si468x_DAB_tune_freq_save(unsigned char index, Si468x_DAB_digrad_status& status);
 
-/// Command `frequency`: tune and wait up to 2.5 s for an ensemble, with a message. 0 when one was
+/// Tune to `index` and wait up to 2.5 s for an ensemble. 0 when one was acquired, whatever became
+/// of the tune itself; else the tune's negative result, or -3 when nothing but the ensemble was
+/// missing.
+std::int16_t Si468x_DAB_tune_and_acquire(unsigned char index);
+
+/// Command `frequency`: Si468x_DAB_tune_and_acquire with a message. 0 when one was
 /// acquired, else -1.
 std::int16_t tune_freq(unsigned char index);
