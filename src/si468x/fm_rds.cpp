@@ -100,11 +100,16 @@ void Si468x_FM_rds_status::print_data() const {
   std::putchar('\n');
 }
 
-std::int16_t get_rds_status() {
+std::int16_t Si468x_FM_enable_rds() {
   for (auto setting : decoder_settings) {
     const auto outcome = Si468x_set_property(setting.data());
     if (outcome != 0) return outcome;
   }
+  return result::ok;
+}
+
+std::int16_t get_rds_status() {
+  if (const auto outcome = Si468x_FM_enable_rds(); outcome != 0) return outcome;
   Si468x_FM_rsq_status quality;
   (void)quality.get_status();  // a failed read is shown as zeros
   quality.print_data();
