@@ -71,18 +71,23 @@ int Ensemble_list::get_geo_location() {
   return 0;
 }
 
+int Ensemble_list::json_print_data(std::stringstream& out) const {
+  out << "{\"content\": \"FullStationScan\",\n\"FrequencyRegion\": \"Unknown\",\n";
+  write_location(out, *this);
+  out << "\"ensembleList\": [\n";
+  const auto entries = std::min<std::size_t>(number_of_frequencies, slots);
+  for (std::size_t i = 0; i < entries; ++i) {
+    if (i > 0) out << ',';
+    write_entry(out, *this, i);
+  }
+  out << "]}";
+  return 0;
+}
+
 int Ensemble_list::save_to_file() const {
   std::stringstream document;
   std::ofstream file(file_name, std::ios::trunc);
-  document << "{\"content\": \"FullStationScan\",\n\"FrequencyRegion\": \"Unknown\",\n";
-  write_location(document, *this);
-  document << "\"ensembleList\": [\n";
-  const auto entries = std::min<std::size_t>(number_of_frequencies, slots);
-  for (std::size_t i = 0; i < entries; ++i) {
-    if (i > 0) document << ',';
-    write_entry(document, *this, i);
-  }
-  document << "]}";
+  (void)json_print_data(document);
   file << document.view();
   return 0;
 }
