@@ -7,7 +7,9 @@
 #include <tuple>
 
 #include "si468x/boot.h"
+#include "si468x/dab_tuning.h"
 #include "si468x/peripheral_discovery.h"
+#include "si468x/service_playback.h"
 #include "support.h"
 
 namespace {
@@ -68,6 +70,29 @@ TEST_F(Bus, PiecesUnderOneChipSelectAreOneFrameInPlace) {
   EXPECT_EQ(sim::commands(), (std::vector{sent, {0x0A, 0x0B}}));
   EXPECT_EQ(Si468x_SPI_RW_data(whole.data(), 0), 0);
   EXPECT_EQ(sim::wire_bytes(), 302U);
+  EXPECT_EQ(sim::violations(), Lines{});
+}
+
+TEST_F(Bus, InterruptedDriverEndsEachOperationAtOnceAndSendsNothing) {
+  start().by_default(frame(0x81, 0xC0, {1, 5, 0, 0, 99}));
+  Bytes bytes{1, 2, 3}, array(service_data_reply_bytes, 0x77);
+  Si468x_SPI_CS_low();
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 1), 0);
+  Si468x_interrupt();
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data() + 1, 2), 0);
+  Si468x_SPI_CS_high();
+  EXPECT_EQ(bytes, (Bytes{0x5A, 0, 0}));
+  EXPECT_EQ(happened(), Lines{"frame 01"});
+  Si468x_DAB_digrad_status status;
+  Si468x_digital_service_data packet;
+  EXPECT_EQ(Si468x_DAB_tune_freq_save(1, status), -3);
+  EXPECT_EQ(Si468x_DAB_tune_and_acquire(1), -3);
+  EXPECT_EQ(packet.get_new_data(array.data()), -3);
+  EXPECT_EQ(Si468x_load_and_boot(1), Boot_step::power_up);
+  EXPECT_EQ(sim::wire_bytes(), 1U);
+  EXPECT_EQ(sim::waited().count(), 0);
+  Si468x_resume();
+  EXPECT_EQ(Si468x_DAB_tune_freq(1), 0);
   EXPECT_EQ(sim::violations(), Lines{});
 }
 

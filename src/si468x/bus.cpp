@@ -3,6 +3,9 @@
 
 #include <bcm2835.h>
 
+#include <algorithm>
+#include <csignal>
+
 #include "si468x/board_file.h"
 #include "si468x/error_codes.h"
 #include "si468x/peripheral_discovery.h"
@@ -34,6 +37,8 @@ bool spi_shows(std::uint32_t cs_bit) {
 void set_spi_control(std::uint32_t value, std::uint32_t mask) {
   bcm2835_peri_set_bits(bcm2835_spi0 + cs_register, value, mask);
 }
+
+volatile std::sig_atomic_t is_interrupted = 0;
 
 /// SPI can be disabled in the system's configuration; only the device node tells.
 bool spi_is_enabled() { return Input_file(open_board_file("/dev/spidev0.0", "r")) != nullptr; }
@@ -75,12 +80,20 @@ void Si468x_SPI_RSTB_low() { bcm2835_gpio_write(reset_pin, LOW); }
 void Si468x_SPI_RSTB_high() { bcm2835_gpio_write(reset_pin, HIGH); }
 
 std::int16_t Si468x_SPI_RW_data(std::uint8_t* buf, std::uint16_t len) {
-  bcm2835_spi_transfern(reinterpret_cast<char*>(buf), len);
+  if (is_interrupted != 0) {
+    std::fill_n(buf, len, std::uint8_t{0});
+  } else {
+    bcm2835_spi_transfern(reinterpret_cast<char*>(buf), len);
+  }
   return result::ok;
 }
 
 std::int16_t Si468x_SPI_RW_data_noCS(std::uint8_t* buf, std::uint16_t len) {
-  bcm2835_spi_transfern_noCS(buf, len);
+  if (is_interrupted != 0) {
+    std::fill_n(buf, len, std::uint8_t{0});
+  } else {
+    bcm2835_spi_transfern_noCS(buf, len);
+  }
   return result::ok;
 }
 
@@ -99,8 +112,15 @@ void Si468x_BCM2835_i2s_input() {
   }
 }
 
-void Si468x_delay_ms(unsigned milliseconds) { bcm2835_delay(milliseconds); }
-void Si468x_delay_us(unsigned microseconds) { bcm2835_delayMicroseconds(microseconds); }
+void Si468x_interrupt() { is_interrupted = 1; }
+void Si468x_resume() { is_interrupted = 0; }
+
+void Si468x_delay_ms(unsigned milliseconds) {
+  if (is_interrupted == 0) bcm2835_delay(milliseconds);
+}
+void Si468x_delay_us(unsigned microseconds) {
+  if (is_interrupted == 0) bcm2835_delayMicroseconds(microseconds);
+}
 
 void bcm2835_spi_lowerCS() {
   // Two writes: bytes left over from the frame before must be gone before the line goes active.
