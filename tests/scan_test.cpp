@@ -79,7 +79,8 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
         std::string("1000001"), "-" + good, std::string(19, '9'), zero + good}) {
     cases.emplace_back(bad, List{}, bounds);
   }
-  const auto load = [] { return load_freq_list_from_file("list"); };
+  const auto load = [](std::string path) { return load_freq_list_from_file(path.data()); };
+  const auto load_list = [&] { return load("list"); };
   for (const auto& [text, list, error] : cases) {
     SCOPED_TRACE(text.substr(0, 60));
     write("list", text);
@@ -90,15 +91,15 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
       for (const auto shift : {0U, 8U, 16U, 24U}) sent.push_back(std::uint8_t(khz >> shift));
     }
     if (error.empty()) {
-      play(ready, load,
+      play(ready, load_list,
            {{"refused", 1, 1, refused, -1, 20, 0, said + "Error setting frequency list.\n"}});
       said.append("Sent new frequency list to the Si468x.\n");
     }
-    play(ready, load, {{"", 0, 0, {}, error.empty() ? 0 : -1, 0, 0, said + error}});
+    play(ready, load_list, {{"", 0, 0, {}, error.empty() ? 0 : -1, 0, 0, said + error}});
     EXPECT_EQ(sim::commands(), std::vector<Bytes>(error.empty() ? 1 : 0, sent));
   }
   for (const auto* missing : {"missing", ".", "list/list", ""}) {
-    play(ready, [&] { return load_freq_list_from_file(missing); },
+    play(ready, [&] { return load(missing); },
          {{missing, 0, 0, {}, -1, 0, 0, "Frequency file does not exist\n"}});
     EXPECT_EQ(commands(), Lines{});
   }
