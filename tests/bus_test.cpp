@@ -73,6 +73,41 @@ TEST_F(Bus, PiecesUnderOneChipSelectAreOneFrameInPlace) {
   EXPECT_EQ(sim::violations(), Lines{});
 }
 
+/// A chip beside which the kernel's driver takes the controller at the tenth byte of a frame.
+class Beside_the_kernel final : public sim::Spi_device {
+ public:
+  void select() override { bytes_ = 0; }
+  std::uint8_t exchange(std::uint8_t /*mosi*/) override {
+    if (++bytes_ == 10) bcm2835_peri_set_bits(bcm2835_spi0, 0, 0x80);
+    return 0xA5;
+  }
+  void deselect() override {}
+  void reset_line(bool /*high*/) override {}
+
+ private:
+  int bytes_ = 0;
+};
+
+TEST_F(Bus, FrameThatTheKernelEndsIsGivenUp) {
+  start();
+  Beside_the_kernel chip;
+  sim::attach(chip);
+  Bytes bytes(300, 0x11);
+  Si468x_SPI_CS_low();
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 300), 0);
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 300), 0);
+  Si468x_SPI_CS_high();
+  EXPECT_EQ(bytes.back(), 0x11);
+  EXPECT_EQ(sim::wire_bytes(), 10U);
+  sim::power_off();
+}
+
+TEST(Discovery, AddressIsAnIntegerOrAPointer) {
+  EXPECT_EQ(peripheral_address<off_t>(0x3F000000), 0x3F000000);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(peripheral_address<std::uint32_t*>(0x3F000000)),
+            0x3F000000U);
+}
+
 TEST_F(Bus, InterruptedDriverEndsEachOperationAtOnceAndSendsNothing) {
   start().by_default(frame(0x81, 0xC0, {1, 5, 0, 0, 99}));
   Bytes bytes{1, 2, 3}, array(service_data_reply_bytes, 0x77);

@@ -5,9 +5,9 @@
 #include <array>
 #include <cstdio>
 
-#include "si468x/board_file.h"
 #include "si468x/bus.h"
 #include "si468x/firmware_images.h"
+#include "si468x/input_file.h"
 #include "si468x/protocol.h"
 #include "si468x/wire.h"
 

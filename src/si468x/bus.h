@@ -64,6 +64,7 @@ void Si468x_delay_us(unsigned microseconds);
 void bcm2835_spi_lowerCS();
 void bcm2835_spi_higherCS();
 /// Send `len` bytes of `tbuf` while `len` bytes come into `rbuf` (which may be the same array),
-/// with transfer active already set; it stays set. Returns when the last bit is on the wire.
+/// with transfer active already set; it stays set. Returns when the last bit is on the wire, or
+/// when somebody else has cleared transfer active: the rest of `rbuf` is then untouched.
 void bcm2835_spi_transfernb_noCS(const std::uint8_t* tbuf, std::uint8_t* rbuf, std::uint32_t len);
 void bcm2835_spi_transfern_noCS(std::uint8_t* buf, std::uint32_t len);
