@@ -39,24 +39,24 @@ TEST_F(Dab_tuning, ListIsWrittenLittleEndianUpToItsLimit) {
   EXPECT_EQ(commands(), Lines{});
 }
 
-TEST_F(Dab_tuning, ListIsReadWithinTheCallersArray) {
+TEST_F(Dab_tuning, ListIsReadAsLongAsTheChipSays) {
   constexpr unsigned canary = 0xC0FFEE;
   // Claimed length, then the count and the entries that the caller gets, and the last read.
   const std::tuple<std::uint8_t, Script, int, unsigned, const char*> cases[]{
       {41, {}, 41, 41, "read 173"},
       {0, {}, 0, 0, "read 9"},
-      {255, {}, 255, 48, "read 1029"},
+      {255, {}, 255, 255, "read 1029"},
       {41, {"no count", 1, 1, arbiter, -1, 19}, 0, 0, "read 7"},
       {41, {"no entries", 5, 1, refused, -2, 119}, 41, 0, "read 173"}};
   for (const auto& [claimed, script, known, entries, last_read] : cases) {
     Bytes data{claimed, 0x77, 0x77, 0x77};
     for (unsigned i = 0; i < 255; ++i) data.insert(data.end(), {std::uint8_t(i), 0xC3, 0xB2, 0xA1});
-    std::array<unsigned, 64> list{};
+    std::array<unsigned, 256> list{};
     list.fill(canary);
     unsigned char count = 77;
     play(reply(data), [&] { return Si468x_DAB_get_freq_list(list.data(), &count); }, {script});
     EXPECT_EQ(count, known);
-    for (unsigned i = 0; i < 64; ++i) EXPECT_EQ(list[i], i < entries ? 0xA1B2C300 + i : canary);
+    for (unsigned i = 0; i < 256; ++i) EXPECT_EQ(list[i], i < entries ? 0xA1B2C300 + i : canary);
     EXPECT_EQ(happened().back(), last_read);
     EXPECT_EQ(commands(), Lines(script.code == 19 ? 1 : 2, "b9 00"));
   }

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // Commands and replies, and the properties that are written and read with them.
+#include <algorithm>
 #include <tuple>
 
 #include "si468x/boot.h"
@@ -141,7 +142,12 @@ TEST_F(Properties, AudioOutputStopsAtTheFirstPropertyThatFails) {
         for (int i = 0; i < good; ++i) chip_->answer(reply(values.at(std::size_t(i))), 5);
         EXPECT_EQ(operation(static_cast<unsigned char>(enable)),
                   good == 3 || operation == set_options_i2s ? 0 : -1);
-        EXPECT_EQ(commands(), Lines(sent.begin(), sent.begin() + (good == 3 ? 6 : 2 * good + 1)));
+        // One that is refused is not read back; set_options_i2s goes on to the next.
+        Lines expected(sent.begin(), sent.begin() + 2 * good);
+        for (int i = good; i < (operation == set_options_i2s ? 3 : std::min(good + 1, 3)); ++i) {
+          expected.push_back(sent.at(2 * std::size_t(i)));
+        }
+        EXPECT_EQ(commands(), expected);
       }
     }
   }

@@ -6,8 +6,11 @@
 
 #include "si468x/error_codes.h"
 
+Ensemble_list::Ensemble_list() = default;
+Ensemble_list::~Ensemble_list() = default;
+
 int Ensemble_list::rescan() {
-  std::array<unsigned int, 64> frequencies_khz{};
+  std::array<unsigned int, dab_freq_list_claim_limit> frequencies_khz{};
   unsigned char count = 0;
   // Without a list there is nothing to visit; without its entries the indices are visited all the
   // same.

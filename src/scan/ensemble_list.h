@@ -23,8 +23,8 @@ class Ensemble_list {
  public:
   static constexpr std::size_t slots = dab_freq_list_limit;
 
-  Ensemble_list() = default;
-  virtual ~Ensemble_list() = default;
+  Ensemble_list();
+  virtual ~Ensemble_list();
   // The slots' lists refer to this object's buffers.
   Ensemble_list(const Ensemble_list&) = delete;
   Ensemble_list& operator=(const Ensemble_list&) = delete;
@@ -48,10 +48,10 @@ class Ensemble_list {
   int get_geo_location();
   /// Append the scan document to `out`: the location and an entry for each of
   /// `number_of_frequencies`. Always 0.
-  int json_print_data(std::stringstream& out) const;
+  int json_print_data(std::stringstream& out);
   /// Write the document into the file `file_name`, replacing one that is there. A file that cannot
   /// be written is passed over in silence. Always 0.
-  int save_to_file() const;
+  int save_to_file();
 
   Si468x_digital_service_list service_list[slots];
   Si468x_DAB_digrad_status digrad_status[slots];

@@ -41,7 +41,7 @@ void write_location(std::ostream& out, const Ensemble_list& ensembles) {
   out << "\n},\n";
 }
 
-void write_entry(std::stringstream& out, const Ensemble_list& ensembles, std::size_t index) {
+void write_entry(std::stringstream& out, Ensemble_list& ensembles, std::size_t index) {
   out << "{\n\"EnsemleNo\": " << index << ",\n";
   (void)ensembles.digrad_status[index].json_print_data(out);  // the writers always succeed
   if (ensembles.service_list[index].NumberServices != 0) {
@@ -71,7 +71,7 @@ int Ensemble_list::get_geo_location() {
   return 0;
 }
 
-int Ensemble_list::json_print_data(std::stringstream& out) const {
+int Ensemble_list::json_print_data(std::stringstream& out) {
   out << "{\"content\": \"FullStationScan\",\n\"FrequencyRegion\": \"Unknown\",\n";
   write_location(out, *this);
   out << "\"ensembleList\": [\n";
@@ -84,7 +84,7 @@ int Ensemble_list::json_print_data(std::stringstream& out) const {
   return 0;
 }
 
-int Ensemble_list::save_to_file() const {
+int Ensemble_list::save_to_file() {
   std::stringstream document;
   std::ofstream file(file_name, std::ios::trunc);
   (void)json_print_data(document);

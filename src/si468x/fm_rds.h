@@ -3,11 +3,10 @@
 // What the receiver's RDS decoder has of the tuned FM station. Command `rds_status`.
 #pragma once
 
-#include <array>
 #include <cstdint>
 
 /// Names of the European programme types, by their code.
-extern const std::array<const char*, 32> pty_meaning_europe;
+extern const char* const pty_meaning_europe[32];
 
 /// State of the RDS decoder and the group at the head of its FIFO. Flags are 0 or 1.
 struct Si468x_FM_rds_status {
@@ -36,7 +35,7 @@ struct Si468x_FM_rds_status {
   /// protocol's negative result with code 62; the record then keeps its contents.
   std::int16_t get_status();
   /// Print the record as a text table, with an empty line behind it.
-  void print_data() const;
+  std::int16_t print_data();
 };
 
 /// Switch the RDS decoder on, which a boot leaves off. 0, or the result of the property that could
