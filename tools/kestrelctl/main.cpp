@@ -56,12 +56,12 @@ Command add_stations(CLI::App& app) {
       ->check(CLI::IsMember(sort_keys()))
       ->capture_default_str();
   command->add_flag("--long", options->is_long, "with the ids");
-  auto* forms = command->add_option_group("");
-  for (const std::string form : {"json", "csv"}) {
-    forms->add_flag_callback(
-        "--" + form, [options, form] { options->form = form; }, "write " + form);
-  }
-  forms->require_option(0, 1);
+  auto* json = command->add_flag_callback(
+      "--json", [options] { options->form = "json"; }, "write JSON");
+  command
+      ->add_flag_callback(
+          "--csv", [options] { options->form = "csv"; }, "write CSV")
+      ->excludes(json);
   return {command, [options] { return list_stations_command(*options); }};
 }
 
