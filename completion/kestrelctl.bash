@@ -1,49 +1,82 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
-# Completion of kestrelctl's command line in bash. Subcommands, options and their values are those that
-# the program's help lists, and the names are those of the newest scan.
+# Completion of kestrelctl's command line in bash. Subcommands and options are those that the program's
+# help lists, and the names are those of the stations that can be played. Names come from the air: one
+# may hold anything that a shell obeys.
 
-# The names of the stations that can be played, one a line.
+# The names that contain $1, one per line. One that begins with a dash would be taken for an option.
 _kestrelctl_names() {
-  kestrelctl stations --json 2>/dev/null |
-    sed -nE 's/^ *"name": "(.*)",$/\1/p; /^ *"command": "[^"]/a .' |
-    sed -n '/^\.$/!h; /^\.$/{x;p}' | sed 's/\\\(["\\]\)/\1/g' | sort -u
+  kestrelctl stations --json --filter="$1" 2>/dev/null |
+    sed -nE '/"playable":true/s/^\{"name":"(([^"\\-]|\\.)([^"\\]|\\.)*)".*/\1/p' |
+    sed 's/\\\(["\\]\)/\1/g' | sort -u
+}
+
+# Print the name $1 as it must follow the open quote $2, if there is one: readline keeps that quote, and
+# closes it unless the name ends with the same character. Fails for a name that cannot be written so.
+_kestrelctl_quote() {
+  local name="$1" apostrophe="'\\''"
+  case "$2" in
+    \") [[ $name != *[\\\"\$\`!]* ]] || return 1 ;;
+    \')
+      name="${name//\'/"$apostrophe"}"
+      [[ $name != *\' ]] || name="${name%\'}"
+      ;;
+    *)
+      printf -v name %q "$name"
+      # A word begins after these for readline, though not for the shell.
+      [[ $name == \$* ]] || name="$(sed 's/[:=@]/\\&/g' <<<"$name")"
+      ;;
+  esac
+  printf '%s\n' "$name"
+}
+
+# Offer names for $1, which follows the words $2 of a name.
+_kestrelctl_offer_names() {
+  local quote="${1:0:1}" typed="$1" before="${2:+$2 }" apostrophe="'\\''" name
+  if [[ $quote == [\"\'] ]]; then
+    typed="${typed:1}"
+    typed="${typed//"$apostrophe"/\'}"
+  else
+    quote="" typed="${typed//\\/}"
+  fi
+  while IFS= read -r name; do
+    [[ ${name,,} == "${before,,}"* ]] || continue
+    name="$(_kestrelctl_quote "${name:${#before}}" "$quote")" && COMPREPLY+=("$name")
+  done < <(_kestrelctl_names "$before$typed")
 }
 
 _kestrelctl() {
-  local current="${COMP_WORDS[COMP_CWORD]}" before="${COMP_WORDS[COMP_CWORD - 1]}" subcommand=""
-  local i candidate candidates help quote typed names=0
+  local current="${COMP_WORDS[COMP_CWORD]}" subcommand="" value=0 candidates="" help i
+  local -a given=()
   ((COMP_CWORD > 1)) && subcommand="${COMP_WORDS[1]}"
   help="$(kestrelctl ${subcommand:+"$subcommand"} --help 2>/dev/null)"
-  COMPREPLY=()
   for ((i = 2; i < COMP_CWORD; ++i)); do
-    case "${COMP_WORDS[i]}" in
-      -n | --dry-run) ;;
-      -*) ((++i)) ;; # and its value
-      *) ((++names)) ;;
-    esac
+    if ((value)); then
+      value=0
+    elif [[ $subcommand${COMP_WORDS[i]} == @(*-[bflos]|*--@(block|count|every|file|filter|level|output|root|service|sort|state)|play--fm) ]]; then
+      value=1
+    elif [[ ${COMP_WORDS[i]} != -* ]]; then
+      given+=("${COMP_WORDS[i]}")
+    fi
   done
-  if [[ -z $subcommand && $current != -* ]]; then
+  COMPREPLY=()
+  if ((value)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} == @(-s|--sort) ]]; then
+    candidates="name block signal kind type id"
+  elif ((value)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} != @(-o|--@(file|output|root|state)) ]]; then
+    return
+  elif [[ -z $subcommand && $current != -* ]]; then
     candidates="$(sed '1,/^Subcommands:/d' <<<"$help" | awk '/^  [a-z]/ {print $1}')"
-  elif [[ $current == -* ]]; then
+  elif ((!value)) && [[ $current == -* ]]; then
     candidates="$(awk '/^ +-/ {print $1}' <<<"$help" | tr ',' '\n')"
-  elif [[ $before == --sort || $before == -s ]]; then
-    candidates="$(sed -n 's/.*--sort.*{\(.*\)}.*/\1/p' <<<"$help" | tr ',' '\n')"
-  elif [[ $before == -[bel] || $before == --@(block|level|every|count) ]]; then
-    return
-  elif [[ $subcommand == play && names -eq 0 && $before != --@(kestrel|lock) ]]; then
-    # What is typed is as it stands, quotes and all; what is offered is to stand in its place.
-    quote="${current:0:1}" typed="${current#[\"\']}"
-    [[ $quote == [\"\'] ]] || quote=""
-    while IFS= read -r candidate; do
-      if [[ -n $quote ]]; then COMPREPLY+=("$quote$candidate$quote"); else COMPREPLY+=("$(printf %q "$candidate")"); fi
-    done < <(_kestrelctl_names | grep -iF -- "${typed//\\/}")
-    return
-  else
+  elif [[ $subcommand == preset ]] && ((${#given[@]} == 0)); then
+    candidates="set remove"
+  elif ((!value)) && [[ $subcommand == play ]]; then
+    _kestrelctl_offer_names "$current" "${given[*]}"
+  elif [[ $subcommand == preset && ${given[0]} == set ]]; then
+    ((${#given[@]} == 1)) || _kestrelctl_offer_names "$current" "${given[*]:2}"
+  elif ((value)) || [[ $subcommand == @(stations|report|frequencies) ]]; then
     compopt -o filenames 2>/dev/null
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
-    return
   fi
-  mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$current")
-  return 0
+  [[ -z $candidates ]] || mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$current")
 } && complete -F _kestrelctl kestrelctl

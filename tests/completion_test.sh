@@ -3,96 +3,110 @@
 #
 # completion_test.sh bash|zsh <source directory> <directory of the programs>
 #
-# Completes command lines as bash does, and reads what the zsh function hands to zsh: values and file
-# names. options_agree_test.sh checks the list of options. Ends with 77 when the shell is not there.
+# Types command lines into a shell on a pseudo-terminal, with Tab and Enter, and looks at the words that
+# the programs are started with. Station names are hostile: a name that the shell obeys leaves a file.
+# options_agree_test.sh checks the list of options. Ends with 77 when the shell is not there.
 set -uo pipefail
 
 shell="$1"
 completion="$2/completion"
-PATH="$3:$PATH"
+programs="$3"
 failures=0
+command -v "$shell" script >/dev/null || {
+  echo "$shell or script is not installed"
+  exit 77
+}
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
 cd "$scratch" || exit 1
+mkdir bin
 touch "my blocks.txt" my-other.txt
-component='"ComponentList": [{"comp_ID": 2}]'
-printf '{"ensembleList": [{"EnsemleNo": 1, "DigitalServiceList": {"ServiceList": [%s, %s, %s]}}]}' \
-  "{\"Label\": \"Radio & 1\", \"ServId\": 1, $component}" "{\"Label\": \"\\\"Loud\\\"\", \"ServId\": 2, $component}" \
-  '{"Label": "Radio Silent"}' >ensemblescan_1_X.json
 
-# expect <what> <expected> <got>
+audio='"ComponentList": [{"comp_ID": 2}]' services="" id=0
+for name in 'aa";touch p5;"' 'bb$(touch p5)' 'cc`touch p5`' "dd';touch p5;'" 'ee!!' "ff'n'" 'gg\' 'hh & 1' \
+  'ii:b=c@d' 'jj #~*?[x]{1}' 'Radio 1' '-kk'; do
+  name="${name//\\/\\\\}"
+  services+="{\"Label\": \"${name//\"/\\\"}\", \"SICharset\": 15, \"ServId\": $((++id)), $audio}, "
+done
+printf '{"ensembleList": [{"EnsemleNo": 1, "DigitalServiceList": {"ServiceList": [%s {"Label": "Radio Silent"}]}}]}' \
+  "$services" >ensemblescan_1_X.json
+
+# kestrelctl as it is, but for what would need a receiver; that and kestrel say what they were given.
+cat >bin/kestrel <<'END'
+#!/bin/sh
+printf '[%s]' "$@" >>said; echo >>said
+END
+cat >bin/kestrelctl <<END
+#!/bin/bash
+case "\$*" in
+  *--help | "stations --json"*) exec "$programs/kestrelctl" "\$@" ;;
+  *) exec kestrel "\$@" ;;
+esac
+END
+chmod +x bin/kestrel bin/kestrelctl
+cat >bashrc <<END
+PS1='> ' HISTFILE=
+bind 'set bell-style none' 'set enable-bracketed-paste off'
+source "$completion/kestrel.bash"
+source "$completion/kestrelctl.bash"
+END
+cat >.zshrc <<END
+PS1='> ' fpath=("$completion" \$fpath)
+autoload -Uz compinit && compinit -u -D
+unsetopt beep
+END
+start_bash() { bash --noprofile --rcfile "$scratch/bashrc" -i; }
+start_zsh() { ZDOTDIR="$scratch" zsh -d -i; }
+export -f start_bash start_zsh
+export scratch KESTREL_STATE="$scratch" LC_ALL=C.UTF-8 TERM=dumb PATH="$scratch/bin:$PATH"
+coproc script --quiet --flush --return --command "bash -c start_$shell" /dev/null
+exec 3>&"${COPROC[1]}" 4<&"${COPROC[0]}"
+cat <&4 >typescript &
+
+# expect <keys> <words that a program is started with>: the keys, Enter, and some time.
 expect() {
-  [ "$2" = "$3" ] && return
-  printf '%s\n  expected %s\n  got      %s\n' "$1" "$2" "$3"
+  local before got="" try
+  before="$(cat said 2>/dev/null | wc -l)"
+  printf '%s\r' "$1" >&3
+  for ((try = 0; try < 200; ++try)); do
+    got="$(tail -n "+$((before + 1))" said 2>/dev/null)"
+    [ -z "$got" ] || break
+    sleep 0.05
+  done
+  [ "$got" = "$2" ] && return
+  printf '%s\n  expected %s\n  got      %s\n' "$1" "$2" "$got"
   ((++failures))
 }
+tab=$'\t'
 
-# complete_bash <word>...: what bash offers for the last word, sorted
-complete_bash() {
-  COMP_WORDS=("$@") COMP_CWORD=$(($# - 1)) COMPREPLY=()
-  "_${1%-sim}"
-  printf '%s\n' "${COMPREPLY[@]}" | sort | paste -sd '|'
+expect "kestrel -b F$tab" "[-b][F]"
+expect "kestrel --frequency_l${tab}my-$tab" "[--frequency_list=my-other.txt]"
+expect "kestrel --pl$tab" "[--play]"
+expect "kestrelctl sta$tab" "[stations]"
+expect "kestrelctl stations --so$tab si$tab" "[stations][--sort][signal]"
+expect "kestrelctl report ens$tab" "[report][ensemblescan_1_X.json]"
+expect "kestrelctl play rad$tab" "[play][Radio 1]"
+expect "kestrelctl play --level 5 radio ${tab}" "[play][--level][5][radio][1]"
+expect "kestrelctl preset set 3 rad$tab" "[preset][set][3][Radio 1]"
+for name in 'aa";touch p5;"' 'bb$(touch p5)' 'cc`touch p5`' "dd';touch p5;'" 'ee!!' "ff'n'" 'gg\' 'hh & 1' \
+  'ii:b=c@d' 'jj #~*?[x]{1}'; do
+  expect "kestrelctl play ${name:0:2}$tab" "[play][$name]"
+  expect "kestrelctl play '${name:0:2}$tab" "[play][$name]"
+done
+# What double quotes cannot hold bash does not offer, and zsh writes otherwise.
+for name in 'aa";touch p5;"' 'bb$(touch p5)' 'cc`touch p5`' 'ee!!' 'gg\'; do
+  case "$shell" in
+    bash) expect "kestrelctl play \"${name:0:2}$tab\"" "[play][${name:0:2}]" ;;
+    zsh) expect "kestrelctl play \"${name:0:2}$tab" "[play][$name]" ;;
+  esac
+done
+expect "kestrelctl play \"hh$tab" '[play][hh & 1]'
+expect "kestrelctl play \"ii$tab" '[play][ii:b=c@d]'
+printf 'exit\r' >&3
+wait "$COPROC_PID"
+[ ! -e p5 ] || {
+  echo "A name was obeyed"
+  ((++failures))
 }
-
-check_bash() {
-  source "$completion/kestrel.bash"
-  local program
-  for program in kestrel kestrel-sim; do
-    expect "$program" "complete -F _kestrel $program" "$(complete -p "$program" 2>&1)"
-  done
-  expect "firmware" "D|F" "$(complete_bash kestrel -b "")"
-  expect "firmware, long" "D|F" "$(complete_bash kestrel --boot = "")"
-  expect "firmware, behind =" "D|F" "$(complete_bash kestrel --boot =)"
-  expect "firmware, begun" "F" "$(complete_bash kestrel -k --boot = F)"
-  expect "output" "0|1" "$(complete_bash kestrel-sim -i -o "")"
-  expect "output, long" "1" "$(complete_bash kestrel --i2s_out = 1)"
-  expect "files" "my blocks.txt|my-other.txt" "$(complete_bash kestrel -y my)"
-  expect "no file" "" "$(complete_bash kestrel --frequency_list = none)"
-  expect "a number" "" "$(complete_bash kestrel -l "")"
-  expect "a number, long" "" "$(complete_bash kestrel --fm_frequency = 9)"
-  expect "a long option" "--frequency=|--frequency_list=" "$(complete_bash kestrel -b D --fr)"
-  expect "an option without value" "--play" "$(complete_bash kestrel -D --pl)"
-  expect "no option" "" "$(complete_bash kestrel stray)"
-  source "$completion/kestrelctl.bash"
-  expect "subcommands" "report" "$(complete_bash kestrelctl r)"
-  expect "options" "--sort" "$(complete_bash kestrelctl stations --so)"
-  expect "keys of the sorting" "signal" "$(complete_bash kestrelctl stations -s si)"
-  expect "a station, quoted for the shell" 'Radio\ \&\ 1' "$(complete_bash kestrelctl play rad)"
-  expect "a station, typed further" 'Radio\ \&\ 1' "$(complete_bash kestrelctl play -l 5 'radio\ \&')"
-  expect "a station in quotes" "'\"Loud\"'" "$(complete_bash kestrelctl play -n "'\"lo")"
-  expect "scan files" "ensemblescan_1_X.json" "$(complete_bash kestrelctl report ens)"
-}
-
-# complete_zsh <word>...: what the function of kestrelctl offers for the last word
-complete_zsh() {
-  zsh -f -c 'compadd() { print -rl -- ${(P)@[-1]} }; _describe() { compadd "$@" }; _files() { print files }
-    words=("${@:2}") CURRENT=$(($# - 1)); source "$1"' - "$completion/_kestrelctl" "$@" | paste -sd '|'
-}
-
-# What the zsh function hands over, one option a line.
-described_options() { zsh -f -c '_arguments() { print -rl -- "$@" }; source "$1"' - "$completion/_kestrel"; }
-
-check_zsh() {
-  command -v zsh >/dev/null || {
-    echo "zsh is not installed"
-    exit 77
-  }
-  local given
-  expect "programs" "#compdef kestrel kestrel-sim" "$(head -n 1 "$completion/_kestrel")"
-  given="$(described_options 2>&1)"
-  expect "firmware" '(-b --boot)-b+[boot the receiver]:firmware:((D\:DAB F\:"FM with HD"))' \
-    "$(grep -e '-b+' <<<"$given")"
-  expect "output" '(-o --i2s_out)--i2s_out=[choose the output]:output:((0\:analogue 1\:I2S))' \
-    "$(grep -e ')--i2s_out=' <<<"$given")"
-  expect "files" '(-y --frequency_list)-y+[replace the frequency list]:file:_files' \
-    "$(grep -e '-y+' <<<"$given")"
-  expect "subcommands" "stations|play|watch|report|frequencies|doctor" \
-    "$(complete_zsh kestrelctl r | sed 's/:[^|]*//g')"
-  expect "options" "-h|--help|--root" "$(complete_zsh kestrelctl doctor --)"
-  expect "keys of the sorting" "name|block|signal|kind|type|id" "$(complete_zsh kestrelctl stations -s "")"
-  expect "stations" '"Loud"|Radio & 1' "$(complete_zsh kestrelctl play -n --level 5 "")"
-  expect "scan files" "files" "$(complete_zsh kestrelctl report e)"
-}
-
-"check_$shell"
+[ "$failures" -eq 0 ] || cat typescript
 exit $((failures > 0))

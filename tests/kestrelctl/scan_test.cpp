@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// What kestrelctl makes of scan files, also of such that are not JSON.
+// What kestrelctl makes of scan files, also of such that are not JSON, and of the stations in them.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -22,89 +22,99 @@ std::string quoted(std::string text) {
   std::ranges::replace(text, '\'', '"');
   return text;
 }
-std::string service(unsigned id, const std::string& label, unsigned charset = 0,
-                    const std::string& components = "{'comp_ID': 12,'TMID': 0,'ASCTyDSCTy': 63}",
-                    unsigned is_data = 0) {
-  return quoted("{\n'ServiceNo': 0,\n'ServId': " + std::to_string(id) +
-                ",\n'AudioOrDataFlag': " + std::to_string(is_data) +
-                ",\n'ProgramType': 10,\n'SICharset': " + std::to_string(charset) + ",\n'Label': '" +
-                label + "',\n'ComponentList': [" + components + "]\n}");
+constexpr const char* audio = "{'comp_ID': 12,'TMID': 0,'CA_flag': 0,'ASCTyDSCTy': 63}";
+std::string service(unsigned id, const std::string& label, const std::string& components = audio,
+                    const std::string& more = "'SICharset': 0") {
+  return quoted("{\n'ServiceNo': 0,\n'ServId': " + std::to_string(id) + ",\n'ProgramType': 10,\n" +
+                more + ",\n'Label': '") +
+         label + quoted("',\n'ComponentList': [" + components + "]\n}");
 }
-std::string entry(unsigned index, unsigned khz, const std::string& services, unsigned rssi = 60) {
+std::string entry(unsigned index, unsigned khz, const std::string& services, unsigned rssi = 60,
+                  unsigned day = 5) {
   return quoted("{\n'EnsemleNo': " + std::to_string(index) + ",\n'DigradStatus': {\n'valid': 0,\n" +
                 "'rssi': " + std::to_string(rssi) + ",\n'tune_freq': " + std::to_string(khz) +
-                "\n},\n'DigitalServiceList': {\n'ServiceList': [\n" + services +
-                "]\n},\n'ensembleTime': {\n'year': 2024,\n'month': 3,\n'day': 5,\n'hour': 9,\n" +
-                "'minute': 47,\n'second': 44\n}}\n");
+                "\n},\n'DigitalServiceList': {\n'ServiceList': [\n") +
+         services +
+         quoted("]\n},\n'ensembleTime': {\n'year': 2024,\n'month': 3,\n'day': " +
+                std::to_string(day) + ",\n'hour': 9,\n'minute': 47,\n'second': 44\n}}\n");
 }
 std::string document(const std::string& entries, const std::string& street = "Quay") {
-  return quoted("{'content': 'FullStationScan',\n'FrequencyRegion': 'Unknown',\n'Location': {\n" +
-                "'StreetNo': '7',\n'Street': '"s + street + "',\n'PostalCode': '10115',\n" +
-                "'City': 'Berlin',\n'Country': 'X',\n'Floor': '2',\n'gps_latitude': '',\n" +
-                "'gps_longitude': ''\n},\n'ensembleList': [\n" + entries + "]}");
+  return quoted(
+             "{'content': 'FullStationScan',\n'FrequencyRegion': 'Unknown',\n'Location': {\n"
+             "'StreetNo': '7',\n'Street': '") +
+         street +
+         quoted(
+             "',\n'PostalCode': '10115',\n'City': 'Berlin',\n'Country': 'X',\n'Floor': '2',\n"
+             "'gps_latitude': '',\n'gps_longitude': ''\n},\n'ensembleList': [\n") +
+         entries + "]}";
 }
 
-TEST(Labels, BecomeHarmlessTextOfTheirCharacterSet) {
-  const std::tuple<std::string, unsigned, std::string> rows[]{
-      {"Seegrund Pop    ", 0, "Seegrund Pop"},
-      {"K\x97ln S\x97\x8d", 0, "Köln Söß"},
-      {"\x24\x5C\x5E\x60\x7B\x7C\x7D\x7E\x7F", 0, "łŮŁĄ«ů»ĽĦ"},
-      {"\x01\x0F\x10\x1E\x80\xA9\xFF\xB0", 0, "ĘŃążá€ħķ"},
-      {std::string("a\x0A\x0B\x1F\0b", 6), 0, "a    b"},  // what steers a display
-      {"Köln \xF0\x9F\x93\xBB", 15, "Köln \xF0\x9F\x93\xBB"},
-      {"\x1B[31mred\x07\x7F", 15, " [31mred"},
-      {"a\u202Eb\u009Bc", 15, "a b c"},  // writing direction, CSI
-      {"\xC3(\xED\xA0\x80\xC0\xAF\xF5", 15, "\uFFFD(\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
+TEST(Scan_file, IsReadWhateverWasAnsweredAndTransmitted) {
+  // Label and street as they are in the file, the charset; name and street.
+  const std::tuple<std::string, std::string, unsigned, std::string, std::string> rows[]{
+      {"Radio 1         ", "Quay", 0, "Radio 1", "Quay"},
+      {R"(The \"One\"       )", "Quay", 0, "The \"One\"", "Quay"},
+      {"Radio", R"(a "b", "c)", 0, "Radio", R"(a "b", "c)"},
+      {R"(\"\"\"\"\"\"\"\"\"\"\"\"\"\"\"\")", "\"", 0, "\"\"\"\"\"\"\"\"\"\"\"\"\"\"\"\"", "\""},
+      {"Radio\\", "C:\\new\\", 15, "Radio\\", "C:\\new\\"},
+      {"K\x97ln", "Stra\xC3\x9F"s + "e \xFF", 0, "Köln", "Straße \uFFFD"},
+      {"a\nb\tc", "Quay\r", 15, "a b c", "Quay"},
+      {"Radio", R"(x", "City": "Bonn)", 0, "Radio", R"(x", "City": "Bonn)"},
   };
-  for (const auto& [bytes, charset, text] : rows) EXPECT_EQ(decode_label(bytes, charset), text);
-}
-
-TEST(Scan_file, IsReadWithOrWithoutMending) {
-  // Label and street as they stand in the file, the charset; name, street, and what was mended.
-  const std::tuple<std::string, std::string, unsigned, std::string, std::string, std::string>
-      rows[]{
-          {"Radio 1         ", "Quay", 0, "Radio 1", "Quay", ""},
-          {R"(The \"One\"       )", "Quay", 0, "The \"One\"", "Quay", ""},
-          {"Radio", R"(a "b", "c)", 0, "Radio", R"(a "b", "c)", "Street 5 a quote;"},
-          {R"(\"\"\"\"\"\"\"\"\"\"\"\"\"\"\"\")", "\"", 0, "\"\"\"\"\"\"\"\"\"\"\"\"\"\"\"\"", "\"",
-           "Street 5 a quote;"},
-          {"Radio\\", "C:\\", 15, "Radio\\", "C:\\", "Street 5 a backslash;Label 29 a backslash;"},
-          {"K\x97ln", "Quay", 0, "Köln", "Quay", "Label 29 bytes that are no UTF-8;"},
-          {"a\nb\tc", "Quay\r", 15, "a b c", "Quay",
-           "Street 5 a control character;Label 29 a control character;"},
-          {"Radio", R"(x", "City)", 0, "Radio", R"(x", "City)", "Street 5 a quote;"},
-      };
-  for (const auto& [label, street, charset, expected_name, expected_street, reasons] : rows) {
-    const auto scan =
-        read_scan_text(document(entry(33, 227360, service(17333, label, charset)), street));
+  for (const auto& [label, street, charset, expected_name, expected_street] : rows) {
+    const auto list = service(17333, label, audio, "'SICharset': " + std::to_string(charset));
+    const auto scan = read_scan_text(document(entry(33, 227360, list), street));
     EXPECT_EQ(scan.blocks.at(0).services.at(0).name, expected_name);
-    EXPECT_EQ(scan.location.at(0), std::pair("Street"s, expected_street));
-    std::string repairs;
-    for (const auto& repair : scan.repairs) {
-      repairs += repair.member + ' ' + std::to_string(repair.line) + ' ' + repair.reason + ';';
-    }
-    EXPECT_EQ(repairs, reasons) << expected_name;
+    EXPECT_EQ(scan.location, (Location{"7", expected_street, "10115", "Berlin", "X", "2", "", ""}));
     EXPECT_EQ(format_utc(scan.time), "2024-03-05T09:47:44Z");
   }
+  // As another program writes the same.
+  const auto scan = read_scan_text(
+      R"({"ensembleList":[{"DigitalServiceList":{"ServiceList":[{"Label":"\"A\"","ServId":1}]}}]})");
+  EXPECT_EQ(scan.blocks.at(0).services.at(0).name, "\"A\"");
 }
 
-TEST(Scan_file, BeyondRepairIsRefusedWithThePlace) {
+std::string repeated(std::size_t count, const std::string& text) {
+  std::string all;
+  for (std::size_t i = 0; i < count; ++i) all += (i > 0 ? "," : "") + text;
+  return all;
+}
+
+TEST(Scan_file, IsRefusedWithThePlaceOrTheLimit) {
   const auto whole = document(entry(1, 176640, service(5, "Radio")), "a \"quote\"");
+  const auto with = [](const std::string& services) { return document(entry(1, 1, services)); };
+  const auto unfinished = "is empty or ends too early: the scan did not finish";
+  // A file, and the message; an empty one: the file is read.
   const std::pair<std::string, std::string> rows[]{
-      {"", "line 1, column 1: "},
-      {"{\"ensembleList\": [}", "line 1, column 19: "},
-      {"[]", "is no scan file: "},
-      {"{\"ensembleList\": 7}", "is no scan file: "},
-      // Behind a string that was mended, and longer for it.
-      {whole.substr(0, whole.find("\"Floor\"")) + "oops", "line 9, column 1: "},
-      {std::string(100'000, '['), "line 1, column 100001: "}};
-  for (const auto& [text, message] : rows) {
+      {"", unfinished},
+      {whole.substr(0, whole.size() - 1), unfinished},
+      {whole.substr(0, whole.find("Radio") + 3), unfinished},
+      {"{\"ensembleList\": [}", "line 1: cannot be read from '}' on"},
+      {"[]", "is not a scan file: it has no list of ensembles"},
+      {"{\"ensembleList\": 7}", "is not a scan file: it has no list of ensembles"},
+      {whole.substr(0, whole.find("\"Floor\"")) + "oops", "line 9: cannot be read from 'oops' on"},
+      {"{\"ensembleList\": [1e999]}", "line 1: cannot be read from '9]}' on"},
+      {"{\"x\": \"" + std::string(70'000, 'x') + "\"}", "line 1: is not a scan file"},
+      {"{\"x\": \"" + repeated(40'000, "\\\"") + "\"}", "line 1: is not a scan file"},
+      {std::string(11, '['), unfinished},
+      {std::string(60'000, '['), "has more levels than 12"},
+      {document(repeated(48, "{}")), ""},
+      {document(repeated(49, "{}")), "has more entries than 48"},
+      {with(repeated(255, "{}")), ""},
+      {with(repeated(256, "{}")), "has more services in an entry than 255"},
+      {with(service(1, "x", repeated(15, "{}"))), ""},
+      {with(service(1, "x", repeated(16, "{}"))), "has more components in a service than 15"},
+      {with(service(1, "xxxxxxxxxxxxxxxxx")), "has a text of 17 characters, more than 16"},
+      {document("", std::string(400, 'x')), ""},
+      {document("", std::string(401, 'x')), "has a text of 401 characters, more than 400"}};
+  for (const auto& [text, expected] : rows) {
+    std::string message;
     try {
       (void)read_scan_text(text);
-      ADD_FAILURE() << text.substr(0, 80);
     } catch (const Unreadable& error) {
-      EXPECT_EQ(std::string(error.what()).substr(0, message.size()), message);
+      message = error.what();
     }
+    EXPECT_EQ(message, expected) << text.substr(0, 80);
   }
 }
 
@@ -113,75 +123,157 @@ TEST(Scan_file, OfAnotherShapeIsReadAsFarAsItGoes) {
       R"({"Location": [], "ensembleList": [7, {}, {"EnsemleNo": -1, "DigradStatus": {"rssi": 250,
       "snr": 1e99, "tune_freq": 99999999999}, "DigitalServiceList": {"ServiceList": ["x", {"Label":
       [], "ComponentList": 3}]}, "ensembleTime": {"year": 2024, "month": 13, "day": 1}}]})");
-  ASSERT_EQ(scan.blocks.size(), 3U);
-  EXPECT_EQ(scan.blocks[2].rssi_dbuv, -6);
-  EXPECT_EQ(scan.blocks[2].khz, 0U);
-  EXPECT_EQ(scan.blocks[2].services.size(), 2U);
+  ASSERT_EQ(scan.blocks.size(), 2U);
+  EXPECT_EQ(scan.blocks[1].index, 0U);
+  EXPECT_EQ(scan.blocks[1].rssi_dbuv, -6);
+  EXPECT_EQ(scan.blocks[1].khz, 0U);
+  EXPECT_EQ(scan.blocks[1].services.size(), 1U);
   EXPECT_EQ(scan.time, std::chrono::sys_seconds{});
 }
 
-std::vector<Station> some_stations() {
+TEST(Scan_file, OfTheFmBandKeepsWhatWasHeard) {
+  using namespace std::chrono;
+  const sys_seconds time = sys_days(year(2026) / 11 / 23) + hours(6) + seconds(9);
+  const auto scan = read_scan_text(write_fm_scan({{98500, 18978, "K\"ste", 10, -3, 36}}, time));
+  ASSERT_EQ(scan.fm_stations.size(), 1U);
+  const auto& heard = scan.fm_stations[0];
+  EXPECT_TRUE(scan.is_fm);
+  EXPECT_EQ(scan.time, time);
+  EXPECT_EQ(std::tie(heard.khz, heard.pi, heard.ps, heard.programme_type, heard.rssi_dbuv),
+            std::make_tuple(98500U, 18978, "K\"ste"s, 10U, -3));
+  EXPECT_EQ(heard.snr_db, 36);
+}
+
+std::vector<Scan> some_scans() {
   const auto data = "{'comp_ID': 9,'TMID': 3,'ASCTyDSCTy': 5}";
-  const auto secondary = "{'comp_ID': 7,'TMID': 3},{'comp_ID': 8,'TMID': 0,'ASCTyDSCTy': 0}";
-  const auto older = read_scan_text(document(entry(33, 227360, service(1, "Old Name"))));
-  const auto newer = read_scan_text(
-      document(entry(0, 174928, service(1, "Alpha") + "," + service(6, "First")) + "," +
-               entry(33, 227360,
-                     service(1, "Alpha") + "," + service(2, "Alphabet", 0, secondary) + "," +
-                         service(3, "New, \x84 \\\"x\\\"") + "," +
-                         service(0xE0001234, "Map", 0, data, 1) + "," + service(5, "Empty", 0, ""),
-                     50)));
-  return list_stations(std::vector{older, newer});
+  const auto secondary = "{'comp_ID': 7,'TMID': 3},{'comp_ID': 0,'TMID': 0,'ASCTyDSCTy': 0}";
+  const auto scrambled = "{'comp_ID': 4,'TMID': 0,'CA_flag': 1,'ASCTyDSCTy': 63}";
+  auto older = read_scan_text(document(entry(33, 227360, service(1, "Old Name"))));
+  auto newer = read_scan_text(document(
+      entry(0, 174928, service(1, "Alpha", audio) + "," + service(6, "Radio 10"), 40) + "," +
+      entry(33, 227360,
+            service(1, "Alpha") + "," + service(2, "Alphabet", secondary) + "," +
+                service(3, "New, \x84 \\\"x\\\"") + "," + service(0xE0001234, "Alpha", data) + "," +
+                service(5, "Empty", "") + "," + service(7, "Radio 2") + "," +
+                service(8, "=Radio 2;", audio, "'SICharset': 0,'CAId': 1") + "," +
+                service(9, "Radio Pay", scrambled) + "," + service(10, "Radio 2"),
+            50)));
+  auto fm = read_scan_text(write_fm_scan(
+      {{98500, 18978, "Küste", 10, 60, 36}, Fm_station{.khz = 103700, .ps = ""}}, {}));
+  return {std::move(older), std::move(newer), std::move(fm)};
 }
 
 TEST(Stations, AreFoundByNameAsCloseAsPossible) {
   (void)std::setlocale(LC_CTYPE, "C.UTF-8");
-  const auto stations = some_stations();
-  const std::pair<std::string, std::string> rows[]{
-      {"alpha", "Alpha 33,"},  // the whole name; of two places the one that can be tuned
-      {"ALPH", "Alpha 33,Alphabet 33,"},
-      {"bet", "Alphabet 33,"},
-      {"NEW, Í", "New, í \"x\" 33,"},
-      {"old", ""}};
-  for (const auto& [name, expected] : rows) {
+  const auto stations = list_stations(some_scans());
+  struct Row {
+    std::string name;
+    Station_filter filter;
     std::string found;
-    for (const auto& station : find_stations(stations, name)) {
-      found += station.name + ' ' + std::to_string(station.index) + ',';
+  };
+  const Row rows[]{
+      {"alpha",
+       {},
+       "Alpha 227360,"},  // the whole name; of two places the stronger; no data service
+      {"alpha", {.block = "5a"}, "Alpha 174928,"},
+      {"alpha", {.service_id = 0xE0001234}, "Alpha 227360,"},
+      {"ALPH", {}, "Alpha 227360,Alphabet 227360,"},
+      {"bet", {}, "Alphabet 227360,"},
+      {"NEW, Í", {}, "New, í \"x\" 227360,"},
+      {"radio", {}, "Radio 2 227360,Radio 2 227360,Radio 10 174928,"},  // those that play
+      {"radio 2", {.service_id = 10}, "Radio 2 227360,"},
+      {"pay radio", {}, "Radio Pay 227360,"},  // what cannot be played is found, too
+      {"2 =radio", {}, "=Radio 2; 227360,"},
+      {"103.7", {}, "103.70 MHz 103700,"},
+      {"old", {}, ""}};
+  for (const auto& [name, filter, expected] : rows) {
+    std::string found;
+    for (const auto& station : find_stations(stations, name, filter)) {
+      found += station.name + ' ' + std::to_string(station.khz) + ',';
     }
     EXPECT_EQ(found, expected) << name;
   }
 }
 
+TEST(Stations, ThatNobodyHasAreTakenForTheNearest) {
+  const std::string names[]{"Seegrund Pop", "Seegrund Pop 2", "Altmoor FM", "FM"};
+  const std::pair<std::string, std::vector<std::string>> rows[]{
+      {"seegrnd pop", {"Seegrund Pop", "Seegrund Pop 2"}},
+      {"altmor", {"Altmoor FM"}},
+      {"xy", {}},
+      {"", {}},
+      {std::string(10'000, 's'), {}}};
+  for (const auto& [typed, nearest] : rows) EXPECT_EQ(find_nearest(names, typed), nearest) << typed;
+}
+
+TEST(Stations, SayWhereTheyAreAndWhatPlaysThem) {
+  const auto scans = some_scans();
+  const auto stations = list_stations(scans);
+  const std::tuple<std::string, std::string, std::string> rows[]{
+      {"alphabet", "no command: component 0", ""},
+      {"radio 10", "no command: index 0", ""},
+      {"new", "", "sudo kestrel -f 33 -e 3 -c 12 -p"},
+      {"küste", "", "sudo kestrel -F 98500"},
+      {"radio pay", "scrambled", ""}};
+  for (const auto& [name, why, command] : rows) {
+    const auto found = find_stations(stations, name);
+    ASSERT_EQ(found.size(), 1U) << name;
+    EXPECT_EQ(kestrel_command(found[0]), command) << why;
+    EXPECT_EQ(find_station(stations, refer_to(found[0]))->name, found[0].name);
+  }
+  EXPECT_EQ(frequency_list_of(find_stations(stations, "alphabet")[0], scans),
+            std::vector<std::uint32_t>{});  // its index is 33, of a list of two
+  EXPECT_EQ(frequency_list_of(find_stations(stations, "radio 10")[0], scans),
+            (std::vector<std::uint32_t>{174928, 227360}));
+  EXPECT_EQ(find_station(stations, {}), nullptr);
+}
+
 TEST(Stations, AreShownInEveryForm) {
-  auto stations = some_stations();
-  sort_stations(stations, "signal");
-  std::ostringstream table, csv, playlist, json;
+  (void)std::setlocale(LC_CTYPE, "C.UTF-8");
+  auto stations = list_stations(some_scans());
+  sort_stations(stations, "name");
+  std::ostringstream table, csv, json;
   write_table(table, stations);
   write_csv(csv, stations);
-  write_playlist(playlist, stations);
   write_json(json, stations);
   EXPECT_EQ('\n' + table.str(), R"(
-Name        Block      MHz  Index     Service  hex       Component  hex   Kind  Type       dBuV  SNR
-Alpha       5A     174.928      0           1  0001             12  000C  DAB+  Pop music    60    0
-First       5A     174.928      0           6  0006             12  000C  DAB+  Pop music    60    0
-Alpha       12C    227.360     33           1  0001             12  000C  DAB+  Pop music    50    0
-Alphabet    12C    227.360     33           2  0002              8  0008  DAB   Pop music    50    0
-Empty       12C    227.360     33           5  0005              0  0000  DAB   Pop music    50    0
-Map         12C    227.360     33  3758101044  E0001234          9  0009  data  Pop music    50    0
-New, í "x"  12C    227.360     33           3  0003             12  000C  DAB+  Pop music    50    0
+Name        Place       Kind  Type       dBuV  SNR
+103.70 MHz  103.70 MHz  FM    None          0    0
+=Radio 2;   12C         DAB+  Pop music    50    0  scrambled
+Alpha       5A          DAB+  Pop music    40    0
+Alpha       12C         DAB+  Pop music    50    0
+Alpha       12C         data  Pop music    50    0  data service
+Alphabet    12C         DAB   Pop music    50    0
+Empty       12C         DAB   Pop music    50    0  no audio
+Küste       98.50 MHz   FM    Pop music    60   36
+New, í "x"  12C         DAB+  Pop music    50    0
+Radio 2     12C         DAB+  Pop music    50    0
+Radio 2     12C         DAB+  Pop music    50    0
+Radio 10    5A          DAB+  Pop music    40    0
+Radio Pay   12C         DAB+  Pop music    50    0  scrambled
 )");
-  EXPECT_NE(csv.str().find("\r\n\"New, í \"\"x\"\"\",12C,227360,33,3,0x0003,12,0x000C,DAB+,"),
-            std::string::npos)
-      << csv.str();
-  EXPECT_TRUE(playlist.str().starts_with(
-      "#EXTM3U\n# left out, kestrel's command line cannot tune index 0: Alpha\n"))
-      << playlist.str();
-  EXPECT_NE(playlist.str().find("\n#EXTINF:-1,Alpha\nsudo kestrel -f 33 -e 1 -c 12 -p\n"),
-            std::string::npos);
+  // The widest that each column can be.
+  Station widest;
+  widest.name = std::string(16, 'W');
+  widest.khz = 227361;
+  widest.kind = "data";
+  widest.rssi_dbuv = -128;
+  widest.programme_type = "Light classical";
+  std::ostringstream wide;
+  write_table(wide, {widest});
+  std::string line;
+  for (std::istringstream lines(wide.str()); std::getline(lines, line);) {
+    EXPECT_LE(count_columns(line), 80U) << line;
+  }
+  for (const std::string row :
+       {"\"New, í \"\"x\"\"\",12C,227360,33,3,0x0003,12,0x000C,0,DAB+,Pop music,50,0,true,,sudo",
+        "\"'=Radio 2;\",12C,", "Küste,,98500,0,0,0x0000,0,0x0000,18978,FM,"}) {
+    EXPECT_NE(csv.str().find("\r\n" + row), std::string::npos) << csv.str();
+  }
   const auto read = nlohmann::json::parse(json.str());
-  EXPECT_EQ(read.at(6).at("name"), "New, í \"x\"");
-  EXPECT_EQ(read.at(6).at("command"), "sudo kestrel -f 33 -e 3 -c 12 -p");
-  EXPECT_EQ(read.at(0).at("command"), "");
+  EXPECT_EQ(read.at(8).at("name"), "New, í \"x\"");
+  EXPECT_EQ(read.at(8).at("playable"), true);
+  EXPECT_EQ(read.at(6).at("obstacle"), "no audio");
 }
 
 }  // namespace

@@ -12,7 +12,7 @@
 #include <vector>
 
 #include "kestrelctl/kestrel_program.h"
-#include "kestrelctl/scan_file.h"
+#include "kestrelctl/store.h"
 
 namespace kestrelctl {
 
@@ -26,16 +26,15 @@ inline constexpr int usage = 64;
 
 using Paths = std::vector<std::filesystem::path>;
 
-/// Replaces the file of that name, or prints for "-". Throws std::runtime_error when it cannot be
-/// written, or is one of the scans that the text was made of.
-void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans);
-
 struct Stations_options {
   Paths files;
-  std::string filter;  ///< part of a name, without case
+  Store store;
+  std::string filter;  ///< part of a name, without case and accents
   std::string sort = "name";
-  std::string form;  ///< "json", "csv", "m3u", else the table
+  std::string form;  ///< "json", "csv", else the table
+  bool is_long = false;
 };
+/// Status `not_found` if there is nothing to list.
 int list_stations_command(const Stations_options& options);
 
 struct Play_options {
@@ -60,12 +59,14 @@ int watch_command(const Watch_options& options);
 
 struct Report_options {
   Paths files;
+  Store store;
   std::string output = "report.html";  ///< "-": standard output
 };
 int report_command(const Report_options& options);
 
 struct Frequencies_options {
   Paths files;
+  Store store;
   std::string output = "-";
 };
 int frequencies_command(const Frequencies_options& options);

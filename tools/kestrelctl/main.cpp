@@ -24,7 +24,8 @@ namespace {
 using namespace kestrelctl;
 namespace fs = std::filesystem;
 
-constexpr const char* newest = "scan files; without any the newest ensemblescan_*.json here";
+constexpr const char* newest =
+    "scan files; without any the stored scans, or the newest ensemblescan_*.json here";
 
 /// A subcommand, and what to do if it is given.
 using Command = std::pair<CLI::App*, std::function<int()>>;
@@ -37,20 +38,30 @@ void add_kestrel(CLI::App& command, Kestrel& kestrel) {
       ->capture_default_str();
 }
 
+void add_state(CLI::App& command, Store& store) {
+  command
+      .add_option_function<std::string>(
+          "--state", [&store](const std::string& directory) { store = Store(directory); },
+          "the directory of scans and settings")
+      ->envname("KESTREL_STATE");
+}
+
 Command add_stations(CLI::App& app) {
   auto options = std::make_shared<Stations_options>();
   auto* command = app.add_subcommand("stations", "List the stations of scan files");
   command->add_option("FILE", options->files, newest);
+  add_state(*command, options->store);
   command->add_option("-f,--filter", options->filter, "only names that contain this");
   command->add_option("-s,--sort", options->sort, "what to sort by")
       ->check(CLI::IsMember(sort_keys()))
       ->capture_default_str();
-  auto* forms = command->add_option_group("form");
-  for (const std::string form : {"json", "csv", "m3u"}) {
-    forms->add_flag_callback(
-        "--" + form, [options, form] { options->form = form; }, "write " + form);
-  }
-  forms->require_option(0, 1);
+  command->add_flag("--long", options->is_long, "with the ids");
+  auto* json = command->add_flag_callback(
+      "--json", [options] { options->form = "json"; }, "write JSON");
+  command
+      ->add_flag_callback(
+          "--csv", [options] { options->form = "csv"; }, "write CSV")
+      ->excludes(json);
   return {command, [options] { return list_stations_command(*options); }};
 }
 
@@ -97,6 +108,7 @@ Command add_report(CLI::App& app) {
   auto options = std::make_shared<Report_options>();
   auto* command = app.add_subcommand("report", "Write scan files as a page for a browser");
   command->add_option("FILE", options->files, newest);
+  add_state(*command, options->store);
   command->add_option("-o,--output", options->output, "the page; - for standard output")
       ->capture_default_str();
   return {command, [options] { return report_command(*options); }};
@@ -107,6 +119,7 @@ Command add_frequencies(CLI::App& app) {
   auto* command =
       app.add_subcommand("frequencies", "Write a list for kestrel -y of the blocks with a signal");
   command->add_option("FILE", options->files, newest);
+  add_state(*command, options->store);
   command->add_option("-o,--output", options->output, "the list; - for standard output")
       ->capture_default_str();
   return {command, [options] { return frequencies_command(*options); }};

@@ -1,14 +1,71 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
+#include "kestrelctl/output.h"
+
+#include <fcntl.h>
+#include <fmt/format.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 #include <stdexcept>
 
-#include "kestrelctl/commands.h"
 #include "kestrelctl/text.h"
 
 namespace kestrelctl {
+namespace {
+
+namespace fs = std::filesystem;
+
+[[noreturn]] void refuse(const fs::path& path, std::string_view why) {
+  throw std::runtime_error(fmt::format("{}: {}", make_harmless(path.string()), why));
+}
+
+bool write_all(int descriptor, std::string_view text) {
+  while (!text.empty()) {
+    const auto written = write(descriptor, text.data(), text.size());
+    if (written < 0 && errno != EINTR) return false;
+    if (written > 0) text.remove_prefix(static_cast<std::size_t>(written));
+  }
+  return fsync(descriptor) == 0;
+}
+
+/// A rename is on the disk when its directory is. Not every file system can be asked for that.
+void flush_directory(const fs::path& directory) {
+  const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  if (descriptor < 0) return;
+  (void)fsync(descriptor);
+  (void)close(descriptor);
+}
+
+}  // namespace
+
+bool write_file_atomically(const fs::path& path, std::string_view text, If_present if_present) {
+  constexpr mode_t mode = 0644;
+  std::error_code error;
+  const auto status = fs::symlink_status(path, error);
+  if (fs::exists(status) && !fs::is_regular_file(status)) refuse(path, "is not a regular file");
+  const auto directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
+  auto beside = (directory / ".kestrelctl-XXXXXX").string();
+  const int descriptor = mkostemp(beside.data(), O_CLOEXEC);
+  if (descriptor < 0) refuse(path, std::strerror(errno));
+  bool is_written = write_all(descriptor, text) && fchmod(descriptor, mode) == 0;
+  int reason = errno;
+  is_written = close(descriptor) == 0 && is_written;
+  if (is_written) {
+    // A link, unlike a rename, fails where there is a file already.
+    const bool is_named = if_present == If_present::keep
+                              ? link(beside.c_str(), path.c_str()) == 0
+                              : std::rename(beside.c_str(), path.c_str()) == 0;
+    reason = is_named ? 0 : errno;
+  }
+  if (!is_written || reason != 0 || if_present == If_present::keep) (void)unlink(beside.c_str());
+  if (is_written && reason == EEXIST && if_present == If_present::keep) return false;
+  if (!is_written || reason != 0) refuse(path, std::strerror(reason));
+  flush_directory(directory);
+  return true;
+}
 
 void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans) {
   if (name == "-") {
@@ -17,14 +74,11 @@ void write_output(const std::string& name, std::string_view text, const std::vec
   }
   for (const auto& scan : scans) {
     std::error_code error;
-    if (std::filesystem::equivalent(name, scan.path, error)) {
-      throw std::runtime_error(make_harmless(name) + ": is one of the scans, and is left alone");
+    if (fs::equivalent(name, scan.path, error)) {
+      refuse(name, "is one of the scans, and is left alone");
     }
   }
-  errno = 0;
-  std::ofstream file(name, std::ios::binary | std::ios::trunc);
-  file << text << std::flush;
-  if (!file) throw std::runtime_error(make_harmless(name) + ": " + std::strerror(errno));
+  (void)write_file_atomically(name, text);
 }
 
 }  // namespace kestrelctl

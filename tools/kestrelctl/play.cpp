@@ -17,12 +17,15 @@ constexpr std::string_view failures[]{"Could not tune to frequency", "Could not 
                                       "Illegal value for volume"};
 
 int play(const Station& station, const Play_options& options) {
-  if (const auto obstacle = station.obstacle(); !obstacle.empty()) {
+  if (const auto obstacle = station.obstacle(); kestrel_command(station).empty()) {
     std::cerr << "kestrelctl: " << station.name << " cannot be played: " << obstacle << '\n';
     return exit_status::failure;
   }
-  auto arguments = playing_arguments(station);
-  auto command = playing_command(station, options.kestrel.program);
+  std::vector<std::string> arguments{
+      "-f", std::to_string(station.index),        "-e", std::to_string(station.service_id),
+      "-c", std::to_string(station.component_id), "-p"};
+  auto command = "sudo " + options.kestrel.program;
+  for (const auto& argument : arguments) command += " " + argument;
   if (options.level) {
     const auto level = std::to_string(*options.level);
     arguments.insert(arguments.end(), {"-l", level});
@@ -47,35 +50,12 @@ int play(const Station& station, const Play_options& options) {
 
 }  // namespace
 
-int list_stations_command(const Stations_options& options) {
-  auto stations = list_stations(read_scans(options.files));
-  const auto wanted = fold_case(options.filter);
-  std::erase_if(stations, [&wanted](const Station& station) {
-    return fold_case(station.name).find(wanted) == std::string::npos;
-  });
-  sort_stations(stations, options.sort);
-  if (options.form == "json") {
-    write_json(std::cout, stations);
-  } else if (options.form == "csv") {
-    write_csv(std::cout, stations);
-  } else if (options.form == "m3u") {
-    write_playlist(std::cout, stations);
-  } else {
-    write_table(std::cout, stations);
-  }
-  return exit_status::success;
-}
-
 int play_command(const Play_options& options) {
   auto stations = list_stations(read_scans(options.files));
   std::erase_if(stations, [&options](const Station& station) {
     return !options.block.empty() && fold_case(station.block) != fold_case(options.block);
   });
-  std::vector<Station> audio;
-  std::ranges::copy_if(stations, std::back_inserter(audio),
-                       [](const Station& station) { return station.kind != "data"; });
-  auto found = find_stations(audio, options.name);
-  if (found.empty()) found = find_stations(stations, options.name);
+  auto found = find_stations(stations, options.name);
   if (found.size() == 1) return play(found.front(), options);
   const auto name = make_harmless(options.name);
   if (found.empty()) {

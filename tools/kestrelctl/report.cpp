@@ -5,6 +5,7 @@
 #include <set>
 
 #include "kestrelctl/commands.h"
+#include "kestrelctl/output.h"
 #include "kestrelctl/report_page.h"
 #include "kestrelctl/stations.h"
 
@@ -23,7 +24,7 @@ json describe(const Block& block) {
                         {"kind", station.kind},
                         {"type", station.programme_type},
                         {"obstacle", station.obstacle()},
-                        {"command", playing_command(station)}});
+                        {"command", kestrel_command(station)}});
   }
   return {{"index", block.index},
           {"block", block.name()},
@@ -38,7 +39,10 @@ json describe(const Block& block) {
 
 json describe(const Scan& scan) {
   auto location = json::array();
-  for (const auto& [name, answer] : scan.location) location.push_back({name, answer});
+  for (std::size_t i = 0; i < scan.location.size(); ++i) {
+    if (!scan.location[i].empty())
+      location.push_back({location_questions[i].name, scan.location[i]});
+  }
   auto blocks = json::array();
   for (const auto& block : scan.blocks) blocks.push_back(describe(block));
   return {{"file", scan.file},
@@ -73,7 +77,7 @@ std::string as_script_data(const json& data) {
 }  // namespace
 
 int report_command(const Report_options& options) {
-  const auto scans = read_scans(options.files);
+  const auto scans = read_scans_or_store(options.files, options.store);
   json data{
       {"program", "kestrelctl " KESTREL_VERSION},
       {"made",

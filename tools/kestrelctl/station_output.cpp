@@ -1,12 +1,15 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// The forms in which a list of stations is written: one table of columns, two of which are for
-// people alone.
+// `kestrelctl stations`, and the forms in which it writes a list: one table of columns says which
+// form has which.
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
+#include <iostream>
 #include <nlohmann/json.hpp>
-#include <ostream>
 
+#include "kestrelctl/commands.h"
 #include "kestrelctl/stations.h"
 #include "kestrelctl/text.h"
 
@@ -15,124 +18,141 @@ namespace {
 
 using json = nlohmann::ordered_json;
 
-std::string hexadecimal(std::uint32_t number) {
-  constexpr std::string_view digits = "0123456789ABCDEF";
-  std::string text;
-  do {
-    text.insert(text.begin(), digits[number % 16]);
-    number /= 16;
-  } while (number != 0 || text.size() < 4);
-  return text;
-}
-
-std::string megahertz(std::uint32_t khz) {
-  const auto fraction = std::to_string(1000 + khz % 1000);
-  return std::to_string(khz / 1000) + '.' + fraction.substr(1);
-}
-
+enum class Shown { always, with_ids, never };  ///< in the table
 struct Column {
-  const char* heading = nullptr;
-  const char* key = nullptr;
-  json (*value)(const Station&) = nullptr;
-  std::string (*shown)(const Station&) = nullptr;  ///< in the table, where it differs
+  const char* heading;
+  const char* key;  ///< in JSON and CSV; empty: in the table alone
+  Shown shown;
+  json (*value)(const Station&);
 };
 constexpr std::array columns{
-    Column{"Name", "name", [](const Station& s) -> json { return s.name; }},
-    Column{"Block", "block", [](const Station& s) -> json { return s.block; }},
-    Column{"MHz", "frequency_khz", [](const Station& s) -> json { return s.khz; },
-           [](const Station& s) { return megahertz(s.khz); }},
-    Column{"Index", "index", [](const Station& s) -> json { return s.index; }},
-    Column{"Service", "service_id", [](const Station& s) -> json { return s.service_id; }},
-    Column{"hex", "service_id_hex",
-           [](const Station& s) -> json { return "0x" + hexadecimal(s.service_id); },
-           [](const Station& s) { return hexadecimal(s.service_id); }},
-    Column{"Component", "component_id", [](const Station& s) -> json { return s.component_id; }},
-    Column{"hex", "component_id_hex",
-           [](const Station& s) -> json { return "0x" + hexadecimal(s.component_id); },
-           [](const Station& s) { return hexadecimal(s.component_id); }},
-    Column{"Kind", "kind", [](const Station& s) -> json { return s.kind; }},
-    Column{"Type", "programme_type", [](const Station& s) -> json { return s.programme_type; }},
-    Column{"dBuV", "rssi_dbuv", [](const Station& s) -> json { return s.rssi_dbuv; }},
-    Column{"SNR", "snr_db", [](const Station& s) -> json { return s.snr_db; }}};
+    Column{"Name", "name", Shown::always, [](const Station& s) -> json { return s.name; }},
+    Column{"Place", "", Shown::always, [](const Station& s) -> json { return s.place(); }},
+    Column{"", "block", Shown::never, [](const Station& s) -> json { return s.block; }},
+    Column{"kHz", "frequency_khz", Shown::with_ids, [](const Station& s) -> json { return s.khz; }},
+    Column{"Index", "index", Shown::with_ids, [](const Station& s) -> json { return s.index; }},
+    Column{"Service", "service_id", Shown::with_ids,
+           [](const Station& s) -> json { return s.service_id; }},
+    Column{"hex", "service_id_hex", Shown::with_ids,
+           [](const Station& s) -> json { return fmt::format("0x{:04X}", s.service_id); }},
+    Column{"Component", "component_id", Shown::with_ids,
+           [](const Station& s) -> json { return s.component_id; }},
+    Column{"", "component_id_hex", Shown::never,
+           [](const Station& s) -> json { return fmt::format("0x{:04X}", s.component_id); }},
+    Column{"PI", "pi", Shown::with_ids, [](const Station& s) -> json { return s.pi; }},
+    Column{"Kind", "kind", Shown::always, [](const Station& s) -> json { return s.kind; }},
+    Column{"Type", "programme_type", Shown::always,
+           [](const Station& s) -> json { return s.programme_type; }},
+    Column{"dBuV", "rssi_dbuv", Shown::always,
+           [](const Station& s) -> json { return s.rssi_dbuv; }},
+    Column{"SNR", "snr_db", Shown::always, [](const Station& s) -> json { return s.snr_db; }},
+    Column{"", "playable", Shown::never,
+           [](const Station& s) -> json { return s.obstacle().empty(); }},
+    Column{"", "obstacle", Shown::always, [](const Station& s) -> json { return s.obstacle(); }},
+    Column{"", "command", Shown::never,
+           [](const Station& s) -> json { return kestrel_command(s); }}};
 
 /// What a column says of a station, as text.
 std::string to_text(const json& value) {
   return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
-/// As RFC 4180 has it, and no formula for a spreadsheet, whatever a station calls itself.
+/// Would a spreadsheet take it for a formula? Blanks and invisible characters do not keep it.
+bool is_formula(std::string_view text) {
+  for (const char32_t c : decode_utf8(text)) {
+    const bool is_passed_over = c <= U' ' || c == 0xA0 || c == 0xAD ||
+                                (c >= 0x2000 && c < 0x2070) || c == 0x3000 || c == 0xFEFF;
+    if (!is_passed_over)
+      return std::u32string_view(U"=+-@＝＋－＠").find(c) != std::u32string::npos;
+  }
+  return false;
+}
+
+/// As RFC 4180 has it, for every separator that a spreadsheet may expect.
 std::string quote_csv(const json& value) {
   auto text = to_text(value);
-  if (value.is_string() && text.find_first_of("=+-@") == 0) text.insert(0, "'");
-  if (text.find_first_of("\",\r\n") == std::string::npos) return text;
-  std::string quoted = "\"";
-  for (const char c : text) quoted += c == '"' ? "\"\"" : std::string(1, c);
-  return quoted + '"';
+  if (value.is_string() && is_formula(text)) text.insert(0, "'");
+  if (text.find_first_of("\",;\t\r\n") == std::string::npos) return text;
+  for (auto at = text.find('"'); at != std::string::npos; at = text.find('"', at + 2)) {
+    text.insert(at, 1, '"');
+  }
+  return '"' + text + '"';
 }
 
 }  // namespace
 
-void write_table(std::ostream& out, const std::vector<Station>& stations) {
-  std::array<std::size_t, columns.size()> widths{};
-  std::array<bool, columns.size()> holds_numbers{};
-  std::vector<std::array<std::string, columns.size()>> rows(stations.size() + 1);
-  for (std::size_t i = 0; i < columns.size(); ++i) {
-    rows[0][i] = columns[i].heading;
-    for (std::size_t row = 1; row < rows.size(); ++row) {
-      const auto& station = stations[row - 1];
-      const auto value = columns[i].value(station);
-      holds_numbers[i] = value.is_number();
-      rows[row][i] = columns[i].shown == nullptr ? to_text(value) : columns[i].shown(station);
+void write_table(std::ostream& out, const std::vector<Station>& stations, bool with_ids) {
+  struct Shown_column {
+    std::size_t width = 0;
+    bool has_numbers = false;
+    std::vector<std::string> cells;
+  };
+  std::vector<Shown_column> shown;
+  for (const auto& column : columns) {
+    if (column.shown == Shown::never || (column.shown == Shown::with_ids && !with_ids)) continue;
+    auto& [width, has_numbers, cells] = shown.emplace_back();
+    cells.emplace_back(column.heading);
+    for (const auto& station : stations) {
+      const auto value = column.value(station);
+      has_numbers = value.is_number();
+      cells.push_back(to_text(value));
     }
-    for (const auto& row : rows) widths[i] = std::max(widths[i], count_columns(row[i]));
+    for (const auto& cell : cells) width = std::max(width, count_columns(cell));
   }
-  for (const auto& row : rows) {
+  for (std::size_t row = 0; row <= stations.size(); ++row) {
     std::string line;
-    for (std::size_t i = 0; i < columns.size(); ++i) {
-      line += pad(row[i], widths[i], holds_numbers[i]) + "  ";
+    for (const auto& [width, has_numbers, cells] : shown) {
+      line += pad(cells[row], width, has_numbers) + "  ";
     }
     out << line.substr(0, line.find_last_not_of(' ') + 1) << '\n';
   }
 }
 
 void write_json(std::ostream& out, const std::vector<Station>& stations) {
-  auto list = json::array();
+  const char* separator = "[\n";
   for (const auto& station : stations) {
     json entry;
-    for (const auto& column : columns) entry[column.key] = column.value(station);
-    entry["obstacle"] = station.obstacle();
-    entry["command"] = playing_command(station);
-    list.push_back(std::move(entry));
+    for (const auto& column : columns) {
+      if (*column.key != '\0') entry[column.key] = column.value(station);
+    }
+    out << std::exchange(separator, ",\n") << entry.dump();
   }
-  out << list.dump(2) << '\n';
+  out << (stations.empty() ? "[]\n" : "\n]\n");
 }
 
 void write_csv(std::ostream& out, const std::vector<Station>& stations) {
-  const char* separator = "";
-  for (const auto& column : columns) {
-    out << separator << column.key;
-    separator = ",";
-  }
-  out << "\r\n";
-  for (const auto& station : stations) {
-    separator = "";
+  const auto write_row = [&out](auto cell) {
+    const char* separator = "";
     for (const auto& column : columns) {
-      out << separator << quote_csv(column.value(station));
-      separator = ",";
+      if (*column.key != '\0') out << std::exchange(separator, ",") << cell(column);
     }
     out << "\r\n";
+  };
+  write_row([](const Column& column) { return column.key; });
+  for (const auto& station : stations) {
+    write_row([&station](const Column& column) { return quote_csv(column.value(station)); });
   }
 }
 
-void write_playlist(std::ostream& out, const std::vector<Station>& stations) {
-  out << "#EXTM3U\n";
-  for (const auto& station : stations) {
-    if (station.obstacle().empty()) {
-      out << "#EXTINF:-1," << station.name << '\n' << playing_command(station) << '\n';
-    } else {
-      out << "# left out, " << station.obstacle() << ": " << station.name << '\n';
-    }
+int list_stations_command(const Stations_options& options) {
+  auto stations = options.files.empty() ? options.store.stations() : std::vector<Station>();
+  if (stations.empty()) stations = list_stations(read_scans_or_store(options.files, options.store));
+  const auto wanted = fold_case(options.filter);
+  std::erase_if(stations, [&wanted](const Station& station) {
+    return fold_case(station.name).find(wanted) == std::string::npos;
+  });
+  sort_stations(stations, options.sort);
+  if (options.form == "json") {
+    write_json(std::cout, stations);
+  } else if (options.form == "csv") {
+    write_csv(std::cout, stations);
+  } else {
+    if (!stations.empty()) write_table(std::cout, stations, options.is_long);
   }
+  if (!stations.empty()) return exit_status::success;
+  std::cerr << "kestrelctl: " << (wanted.empty() ? "no station was found" : "no station matches")
+            << '\n';
+  return exit_status::not_found;
 }
 
 }  // namespace kestrelctl

@@ -1,9 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "kestrelctl/stations.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 #include <map>
+#include <ranges>
 #include <tuple>
 #include <utility>
 
@@ -12,15 +15,19 @@
 namespace kestrelctl {
 
 std::string_view Station::obstacle() const {
-  if (kind == "data") return "kestrel plays no data services";
-  if (index == 0) return "kestrel's command line cannot tune index 0";
-  if (component_id == 0) return "it has no component, or one with the id 0";
-  if (service_id == 0) return "kestrel takes the service id 0 for none";
-  return {};
+  if (kind == "data") return "data service";
+  if (!has_audio) return "no audio";
+  return is_scrambled ? "scrambled" : "";
+}
+
+std::string Station::place() const {
+  if (is_fm) return fmt::format("{:.2f} MHz", khz / 1000.0);
+  return block.empty() ? fmt::format("{:.3f} MHz", khz / 1000.0) : block;
 }
 
 Station make_station(const Block& block, const Service& service) {
   const auto* component = service.main_component();
+  const bool is_scrambled = component != nullptr && component->is_scrambled;
   return {.name = service.name,
           .block = block.name(),
           .khz = block.khz,
@@ -30,16 +37,55 @@ Station make_station(const Block& block, const Service& service) {
           .kind = service.kind(),
           .programme_type = programme_type_name(service.programme_type),
           .rssi_dbuv = block.rssi_dbuv,
-          .snr_db = block.snr_db};
+          .snr_db = block.snr_db,
+          .has_audio = component != nullptr && component->transport == 0,
+          .is_scrambled = is_scrambled || service.has_conditional_access};
 }
 
+namespace {
+
+Station make_station(const Fm_station& heard) {
+  Station station{.name = heard.ps,
+                  .is_fm = true,
+                  .block = {},
+                  .khz = heard.khz,
+                  .pi = heard.pi,
+                  .kind = "FM",
+                  .programme_type = programme_type_name(heard.programme_type, true),
+                  .rssi_dbuv = heard.rssi_dbuv,
+                  .snr_db = heard.snr_db};
+  if (station.name.empty()) station.name = station.place();
+  return station;
+}
+
+/// For comparing in natural order: each number has its count of digits before it.
+std::string natural_key(std::string_view name) {
+  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
+  const auto folded = fold_case(name);
+  std::string key;
+  for (std::size_t i = 0; i < folded.size();) {
+    const auto end =
+        std::find_if_not(folded.begin() + static_cast<std::ptrdiff_t>(i), folded.end(), is_digit);
+    const auto digits = static_cast<std::size_t>(end - folded.begin()) - i;
+    if (digits > 0) key += static_cast<char>('0' + std::min<std::size_t>(digits, 9));
+    key += folded.substr(i, std::max<std::size_t>(digits, 1));
+    i += std::max<std::size_t>(digits, 1);
+  }
+  return key;
+}
+
+}  // namespace
+
 std::vector<Station> list_stations(std::span<const Scan> scans) {
-  std::map<std::pair<std::uint32_t, std::uint32_t>, Station> found;
+  std::map<std::tuple<bool, std::uint32_t, std::uint32_t>, Station> found;
   for (const auto& scan : scans) {
     for (const auto& block : scan.blocks) {
       for (const auto& service : block.services) {
-        found.insert_or_assign({block.khz, service.id}, make_station(block, service));
+        found.insert_or_assign({false, block.khz, service.id}, make_station(block, service));
       }
+    }
+    for (const auto& heard : scan.fm_stations) {
+      found.insert_or_assign({true, heard.khz, 0}, make_station(heard));
     }
   }
   std::vector<Station> stations;
@@ -48,42 +94,109 @@ std::vector<Station> list_stations(std::span<const Scan> scans) {
   return stations;
 }
 
-std::vector<std::string> playing_arguments(const Station& station) {
-  return {"-f", std::to_string(station.index),        "-e", std::to_string(station.service_id),
-          "-c", std::to_string(station.component_id), "-p"};
+std::vector<std::uint32_t> frequency_list_of(const Station& station, std::span<const Scan> scans) {
+  for (const auto& scan : std::views::reverse(scans)) {
+    std::vector<std::uint32_t> frequencies;
+    for (const auto& block : scan.blocks) frequencies.push_back(block.khz);
+    if (!station.is_fm && station.index < frequencies.size() &&
+        frequencies[station.index] == station.khz) {
+      return frequencies;
+    }
+  }
+  return {};
 }
 
-std::string playing_command(const Station& station, const std::string& program) {
-  if (!station.obstacle().empty()) return "";
-  std::string command = "sudo " + program;
-  for (const auto& argument : playing_arguments(station)) command += ' ' + argument;
-  return command;
+Station_reference refer_to(const Station& station) {
+  return {station.name, station.is_fm, station.khz, station.service_id, station.component_id};
 }
 
-std::vector<Station> find_stations(const std::vector<Station>& stations, std::string_view name) {
-  enum Closeness { no, contains, begins, equals };
+const Station* find_station(std::span<const Station> stations, const Station_reference& wanted) {
+  const auto found = std::ranges::find_if(stations, [&wanted](const Station& station) {
+    auto reference = refer_to(station);
+    reference.name = wanted.name;
+    return reference == wanted;
+  });
+  return found == stations.end() ? nullptr : &*found;
+}
+
+std::string kestrel_command(const Station& s) {
+  if (s.is_fm) return fmt::format("sudo kestrel -F {}", s.khz);
+  if (!s.obstacle().empty() || s.index == 0 || s.service_id == 0 || s.component_id == 0) return "";
+  return fmt::format("sudo kestrel -f {} -e {} -c {} -p", s.index, s.service_id, s.component_id);
+}
+
+std::vector<Station> find_stations(std::span<const Station> stations, std::string_view name,
+                                   const Station_filter& filter) {
   const auto wanted = fold_case(make_harmless(name));
+  enum Closeness { no, has_words, contains, begins, equals };
   const auto closeness = [&wanted](const std::string& folded) {
     if (folded == wanted) return equals;
     if (folded.starts_with(wanted)) return begins;
-    return folded.find(wanted) == std::string::npos ? no : contains;
+    if (folded.find(wanted) != std::string::npos) return contains;
+    const auto has = [&folded](auto word) {
+      return folded.find(std::string_view(word.begin(), word.end())) != std::string::npos;
+    };
+    return std::ranges::all_of(std::views::split(wanted, ' '), has) ? has_words : no;
   };
-  auto closest = contains;
-  std::map<std::pair<std::string, std::uint32_t>, Station> found;
+  // What has audio comes before how close the name is, what can be played after it.
+  std::tuple closest(false, has_words, false);
+  std::map<std::tuple<std::string, bool, std::uint32_t>, Station> found;
   for (const auto& station : stations) {
-    auto folded = fold_case(station.name);
-    const auto is = closeness(folded);
-    if (is < closest) continue;
-    if (is > closest) found.clear();
-    closest = is;
-    const auto rank = [](const Station& s) { return std::pair(s.obstacle().empty(), s.rssi_dbuv); };
-    const auto [twin, is_new] = found.try_emplace({std::move(folded), station.service_id}, station);
-    if (!is_new && rank(station) > rank(twin->second)) twin->second = station;
+    auto key = natural_key(station.name);
+    const auto is = closeness(fold_case(station.name));
+    const bool is_wanted =
+        (!filter.service_id || *filter.service_id == station.service_id) &&
+        (filter.block.empty() || fold_case(filter.block) == fold_case(station.block));
+    const std::tuple rank(station.kind != "data", is, station.obstacle().empty());
+    if (is == no || !is_wanted || rank < closest) continue;
+    if (rank > closest) found.clear();
+    closest = rank;
+    const auto [twin, is_new] = found.try_emplace(
+        {std::move(key), station.is_fm, station.is_fm ? station.khz : station.service_id}, station);
+    if (!is_new && station.rssi_dbuv > twin->second.rssi_dbuv) twin->second = station;
   }
   std::vector<Station> list;
   list.reserve(found.size());
   for (auto& [key, station] : found) list.push_back(std::move(station));
   return list;
+}
+
+namespace {
+
+/// The fewest characters to put in, leave out or exchange in `typed` for a part of `name`.
+std::size_t distance_to_part(std::u32string_view name, std::u32string_view typed) {
+  std::vector<std::size_t> row(name.size() + 1);  // a part begins anywhere
+  for (std::size_t i = 0; i < typed.size(); ++i) {
+    auto diagonal = std::exchange(row[0], i + 1);
+    for (std::size_t j = 0; j < name.size(); ++j) {
+      const auto exchanged = diagonal + (typed[i] == name[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({exchanged, diagonal + 1, row[j] + 1});
+    }
+  }
+  return std::ranges::min(row);
+}
+
+}  // namespace
+
+std::vector<std::string> find_nearest(std::span<const std::string> names, std::string_view typed) {
+  constexpr std::size_t longest = 64, most = 3;
+  const auto wanted = decode_utf8(fold_case(make_harmless(typed))).substr(0, longest);
+  std::map<std::tuple<std::size_t, std::string>, std::string> nearest;
+  for (const auto& name : names) {
+    const auto distance = distance_to_part(decode_utf8(fold_case(name)), wanted);
+    if (!wanted.empty() && distance <= wanted.size() / 3)
+      nearest.emplace(std::tuple(distance, natural_key(name)), name);
+  }
+  std::vector<std::string> list;
+  for (const auto& [key, name] : nearest | std::views::take(most)) list.push_back(name);
+  return list;
+}
+
+std::vector<std::string> nearest_names(std::span<const Station> stations, std::string_view typed) {
+  std::vector<std::string> names;
+  for (const auto& station : stations) names.push_back(station.name);
+  return find_nearest(names, typed);
 }
 
 namespace {
@@ -108,7 +221,6 @@ constexpr std::array keys{
 
 std::vector<std::string> sort_keys() {
   std::vector<std::string> names;
-  names.reserve(keys.size());
   for (const auto& key : keys) names.emplace_back(key.name);
   return names;
 }
@@ -116,10 +228,19 @@ std::vector<std::string> sort_keys() {
 void sort_stations(std::vector<Station>& stations, std::string_view key) {
   const auto* chosen = std::ranges::find(keys, key, &Sort_key::name);
   if (chosen == keys.end()) chosen = keys.begin();
-  std::ranges::sort(stations, {}, [chosen](const Station& station) {
-    return std::tuple(chosen->number(station), chosen->word(station), fold_case(station.name),
-                      station.khz, station.service_id);
-  });
+  using Place =
+      std::tuple<std::int64_t, std::string_view, std::string, std::uint32_t, std::uint32_t>;
+  std::vector<std::pair<Place, std::size_t>> order;  // the keys made once
+  for (const auto& s : stations) {
+    order.push_back(
+        {Place(chosen->number(s), chosen->word(s), natural_key(s.name), s.khz, s.service_id),
+         order.size()});
+  }
+  std::ranges::sort(order);
+  std::vector<Station> sorted;
+  sorted.reserve(stations.size());
+  for (const auto& [place, index] : order) sorted.push_back(std::move(stations[index]));
+  stations = std::move(sorted);
 }
 
 }  // namespace kestrelctl

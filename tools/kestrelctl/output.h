@@ -1,0 +1,28 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// Files that are written: whole or not at all.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "kestrelctl/scan_file.h"
+
+namespace kestrelctl {
+
+enum class If_present { replace, keep };
+
+/// Writes `text` to a new file beside `path`, flushes it to the disk, and gives it that name with
+/// mode 0644. A failure leaves the old file as it was, and nothing else. Replaces regular files
+/// only, so that neither a link nor a device is followed or lost. False if there is a file already
+/// that is to be kept; throws std::runtime_error with the file's name otherwise.
+bool write_file_atomically(const std::filesystem::path& path, std::string_view text,
+                           If_present if_present = If_present::replace);
+
+/// The result of a command: to the file `name`, or to standard output for "-". Throws
+/// std::runtime_error when it cannot be written, or is one of the scans that the text was made of.
+void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans);
+
+}  // namespace kestrelctl

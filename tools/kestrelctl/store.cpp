@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "kestrelctl/store.h"
+
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+
+#include <fstream>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <set>
+
+#include "kestrelctl/output.h"
+#include "kestrelctl/text.h"
+
+namespace kestrelctl {
+namespace {
+
+namespace fs = std::filesystem;
+using json = nlohmann::ordered_json;
+
+constexpr std::string_view dab_prefix = "ensemblescan_", fm_prefix = "fmscan_";
+constexpr unsigned highest_preset = 999;
+
+json describe(const Station_reference& station) {
+  return {{"name", station.name},
+          {"band", station.is_fm ? "FM" : "DAB"},
+          {"frequency_khz", station.khz},
+          {"service_id", station.service_id},
+          {"component_id", station.component_id}};
+}
+
+/// Throws json::exception for what is not as describe() has it; so do those below.
+std::uint32_t to_number(const json& value, std::uint32_t largest = 0xFFFFFFFF) {
+  if (!value.is_number_unsigned() || value.get<std::uint64_t>() > largest) {
+    throw std::out_of_range("a number");
+  }
+  return value.get<std::uint32_t>();
+}
+
+Station_reference to_reference(const json& value) {
+  return {.name = make_harmless(value.at("name").get<std::string>()),
+          .is_fm = value.at("band") == "FM",
+          .khz = to_number(value.at("frequency_khz")),
+          .service_id = to_number(value.at("service_id")),
+          .component_id = to_number(value.at("component_id"))};
+}
+
+Settings to_settings(const json& document) {
+  Settings settings;
+  for (const auto& [number, station] : document.at("presets").items()) {
+    settings.presets[to_number(json::parse(number), highest_preset)] = to_reference(station);
+  }
+  if (document.contains("last")) settings.last = to_reference(document["last"]);
+  if (document.contains("volume")) {
+    settings.volume = to_number(document["volume"], highest_volume);
+  }
+  for (std::size_t i = 0; i < settings.location.size(); ++i) {
+    settings.location[i] =
+        make_harmless(document.at("location").at(location_questions[i].key).get<std::string>());
+  }
+  return settings;
+}
+
+void set_aside(const fs::path& path) {
+  auto aside = path;
+  aside += ".damaged";
+  std::error_code error;
+  fs::rename(path, aside, error);
+  std::cerr << "kestrelctl: " << make_harmless(path.string()) << " is damaged"
+            << (error ? "" : ", and is now " + make_harmless(aside.filename().string())) << '\n';
+}
+
+/// With mode 0755, whatever the umask.
+void make_directory(const fs::path& path) {
+  std::error_code error;
+  if (fs::is_directory(path, error)) return;
+  if (fs::create_directories(path, error); !error) {
+    fs::permissions(path, fs::perms(0755), error);
+  }
+  if (error) throw std::runtime_error(make_harmless(path.string()) + ": " + error.message());
+}
+
+}  // namespace
+
+Settings Store::settings() const {
+  constexpr std::size_t most_bytes = 1U << 20U;
+  const auto path = directory_ / "settings.json";
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return {};
+  std::string text(most_bytes, '\0');
+  file.read(text.data(), std::ssize(text));
+  text.resize(static_cast<std::size_t>(file.gcount()));
+  try {
+    return to_settings(json::parse(text));
+  } catch (const std::exception&) {  // of the JSON library, or a number that cannot be
+    set_aside(path);
+    return {};
+  }
+}
+
+void Store::save(const Settings& settings) const {
+  json document{{"presets", json::object()}};
+  for (const auto& [number, station] : settings.presets) {
+    document["presets"][std::to_string(number)] = describe(station);
+  }
+  if (settings.last) document["last"] = describe(*settings.last);
+  if (settings.volume) document["volume"] = *settings.volume;
+  for (std::size_t i = 0; i < settings.location.size(); ++i) {
+    document["location"][std::string(location_questions[i].key)] = settings.location[i];
+  }
+  make_directory(directory_);
+  (void)write_file_atomically(directory_ / "settings.json",
+                              document.dump(2, ' ', false, json::error_handler_t::replace) + '\n');
+}
+
+fs::path Store::save_new(std::string_view prefix, std::string_view text,
+                         std::chrono::sys_seconds time) const {
+  make_directory(directory_);
+  make_directory(directory_ / "scans");
+  const auto name = fmt::format("{}{:%Y-%m-%dT%H%M%SZ}", prefix, time);
+  for (unsigned again = 1;; ++again) {
+    auto path = directory_ / "scans" /
+                (again == 1 ? name + ".json" : fmt::format("{}-{}.json", name, again));
+    if (write_file_atomically(path, text, If_present::keep)) return path;
+  }
+}
+
+fs::path Store::save_scan(std::string_view document, std::chrono::sys_seconds time) const {
+  return save_new(dab_prefix, document, time);
+}
+
+fs::path Store::save_fm_scan(const std::vector<Fm_station>& stations,
+                             std::chrono::sys_seconds time) const {
+  return save_new(fm_prefix, write_fm_scan(stations, time), time);
+}
+
+std::vector<Scan> Store::scans() const {
+  std::vector<Scan> scans;
+  for (const auto prefix : {dab_prefix, fm_prefix}) {
+    for (const auto& path : list_scan_files(directory_ / "scans", prefix)) {
+      try {
+        scans.push_back(read_scan_file(path));
+      } catch (const Unreadable& error) {
+        std::cerr << "kestrelctl: " << error.what() << '\n';
+        set_aside(path);
+      }
+    }
+  }
+  std::ranges::stable_sort(scans, {}, &Scan::time);
+  return scans;
+}
+
+std::vector<Station> Store::stations() const {
+  auto scans = this->scans();
+  std::set<std::uint32_t> visited_khz;
+  bool has_fm = false;
+  for (auto scan = scans.rbegin(); scan != scans.rend(); ++scan) {
+    std::erase_if(scan->blocks,
+                  [&](const Block& block) { return visited_khz.contains(block.khz); });
+    for (const auto& block : scan->blocks) visited_khz.insert(block.khz);
+    if (scan->is_fm && std::exchange(has_fm, true)) scan->fm_stations.clear();
+  }
+  return list_stations(scans);
+}
+
+std::vector<Scan> read_scans_or_store(const std::vector<fs::path>& paths, const Store& store) {
+  if (!paths.empty()) return read_scans(paths);
+  if (auto scans = store.scans(); !scans.empty()) return scans;
+  const auto here = list_scan_files(".", dab_prefix);
+  if (here.empty()) {
+    throw Unreadable("there is no scan yet: make one with sudo kestrelctl scan, or name a file");
+  }
+  auto scans = read_scans(here);
+  scans.erase(scans.begin(), scans.end() - 1);
+  return scans;
+}
+
+}  // namespace kestrelctl
