@@ -5,6 +5,7 @@
 #include <set>
 
 #include "kestrelctl/commands.h"
+#include "kestrelctl/receiver.h"
 #include "kestrelctl/output.h"
 #include "kestrelctl/report_page.h"
 #include "kestrelctl/stations.h"
@@ -76,8 +77,8 @@ std::string as_script_data(const json& data) {
 
 }  // namespace
 
-int report_command(const Report_options& options) {
-  const auto scans = read_scans_or_store(options.files, options.store);
+int report_command(const Store& store, const Report_options& options) {
+  const auto scans = read_scans_or_store(options.files, store);
   json data{
       {"program", "kestrelctl " KESTREL_VERSION},
       {"made",
