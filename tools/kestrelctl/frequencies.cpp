@@ -9,8 +9,8 @@
 #include <stdexcept>
 
 #include "kestrelctl/commands.h"
-#include "kestrelctl/receiver.h"
 #include "kestrelctl/output.h"
+#include "kestrelctl/receiver.h"
 
 namespace kestrelctl {
 

@@ -2,10 +2,11 @@
 //
 // kestrelctl, the radio for every day. This file has its command line.
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <clocale>
+#include <cerrno>
 #include <cmath>
 #include <exception>
 #include <functional>
@@ -57,19 +58,23 @@ CLI::Validator number_in(double lowest, double highest) {
 
 /// What says which station, for `play` and `preset set`.
 void add_station(CLI::App& command, Play_options& options) {
-  command.add_option("NAME", options.words, "the name, a part of it, or the number of a preset");
+  command.add_option("NAME", options.words, "the name, a part of it, or the number of a preset")
+      ->option_text("...");
   command.add_flag("--last", options.plays_last, "what was played last");
   command.add_option("--fm", options.fm_mhz, "an FM frequency in MHz, 98.5 for one")
-      ->check(number_in(64, 108));
-  command.add_option("--file", options.files, "look in this scan file")->type_name("FILE");
-  command.add_option("--block", options.filter.block, "only on this block, 12C for one");
-  command.add_option("--service", options.filter.service_id, "only the service with this id");
+      ->check(number_in(64, 108))
+      ->option_text("MHZ");
+  command.add_option("--file", options.files, "look in this scan file")->option_text("FILE");
+  command.add_option("--block", options.filter.block, "only on this block, 12C for one")
+      ->option_text("BLOCK");
+  command.add_option("--service", options.filter.service_id, "only the service with this id")
+      ->option_text("ID");
 }
 
 void check_station(const Play_options& options) {
   const int ways =
       (options.words.empty() ? 0 : 1) + (options.plays_last ? 1 : 0) + (options.fm_mhz ? 1 : 0);
-  if (ways != 1) throw CLI::ValidationError("Which station? Say a NAME, --last or --fm MHZ");
+  if (ways != 1) throw Failure("Which station? Say a NAME, --last or --fm MHZ", exit_status::usage);
 }
 
 void add_radio_commands(CLI::App& app, Action& action) {
@@ -82,12 +87,14 @@ void add_radio_commands(CLI::App& app, Action& action) {
       std::ranges::transform(name, name.begin(), [](char c) {
         return c == ' ' ? '-' : static_cast<char>(std::tolower(c));
       });
-      command->add_option_function<std::string>(
-          "--" + name,
-          [options = options, i](const std::string& answer) {
-            options->location.emplace_back(i, answer);
-          },
-          "of the antenna, for the scan's document; as last time if not given");
+      command
+          ->add_option_function<std::string>(
+              "--" + name,
+              [options = options, i](const std::string& answer) {
+                options->location.emplace_back(i, answer);
+              },
+              i == 0 ? "where the antenna is; what is not given is as last time" : "")
+          ->option_text("TEXT");
     }
   }
   {
@@ -97,7 +104,9 @@ void add_radio_commands(CLI::App& app, Action& action) {
                                                   return play_command(store, given);
                                                 });
     add_station(*command, *options);
-    command->add_option("--volume", options->volume, "from now on")->check(CLI::Range(0, 63));
+    command->add_option("--volume", options->volume, "from now on, 0 to 63")
+        ->check(CLI::Range(0, 63))
+        ->option_text("LEVEL");
     command->add_flag("--dry-run", options->is_dry_run, "print kestrel's command instead");
   }
   add<Nothing>(app, action, "next", "Play the next preset, or without presets station",
@@ -107,8 +116,7 @@ void add_radio_commands(CLI::App& app, Action& action) {
   {
     auto [command, change] =
         add<std::string>(app, action, "volume", "Print or set the volume", volume_command);
-    command->add_option("LEVEL", *change, "0 to 63, or a step: +5, -5");
-    command->allow_extras(false);
+    command->add_option("LEVEL", *change, "0 to 63, or a step: +5, -5")->option_text(" ");
   }
   {
     auto [command, is_json] = add<bool>(
@@ -125,10 +133,12 @@ void add_radio_commands(CLI::App& app, Action& action) {
               options->every = std::chrono::milliseconds(std::lround(seconds * 1000));
             },
             "seconds between two looks; 1, with --meter 0.15")
-        ->check(number_in(0.05, 86400));
+        ->check(number_in(0.05, 86400))
+        ->option_text("SECONDS");
     command->add_flag("--meter", options->is_meter, "the signal instead, for aiming an antenna");
     command->add_flag("--json", options->is_json, "one JSON object per look and line");
-    command->add_option("--count", options->count, "end after that many looks");
+    command->add_option("--count", options->count, "end after that many looks")
+        ->option_text("NUMBER");
   }
   add<Nothing>(app, action, "stop", "Stop the station; the receiver stays on",
                [](Store& store, Nothing) { return stop_command(store); });
@@ -148,22 +158,26 @@ void add_preset(CLI::App& app, Action& action) {
                                         check_station(given.second);
                                         return set_preset_command(store, given.first, given.second);
                                       });
-  set->add_option("NUMBER", options->first, "1 to 999")->required()->check(CLI::Range(1, 999));
+  set->add_option("NUMBER", options->first, "1 to 999")
+      ->required()
+      ->check(CLI::Range(1, 999))
+      ->option_text(" ");
   add_station(*set, options->second);
   auto [remove, number] =
       add<unsigned>(*preset, action, "remove", "Forget a preset", remove_preset_command);
-  remove->add_option("NUMBER", *number, "the preset's")->required();
+  remove->add_option("NUMBER", *number, "the preset's")->required()->option_text(" ");
 }
 
 void add_file_commands(CLI::App& app, Action& action) {
   {
     auto [command, options] = add<Stations_options>(
         app, action, "stations", "List the stations that were found", list_stations_command);
-    command->add_option("FILE", options->files, scan_files);
-    command->add_option("--filter", options->filter, "only names that contain this");
+    command->add_option("FILE", options->files, scan_files)->option_text("...");
+    command->add_option("--filter", options->filter, "only names that contain this")
+        ->option_text("TEXT");
     command->add_option("--sort", options->sort, "what to sort by")
         ->check(CLI::IsMember(sort_keys()))
-        ->capture_default_str();
+        ->option_text(fmt::format("{}", fmt::join(sort_keys(), "|")));
     command->add_flag("--long", options->has_ids, "with the ids");
     command->add_flag("--json", options->is_json, "as JSON")
         ->excludes(command->add_flag("--csv", options->is_csv, "as CSV"));
@@ -171,20 +185,31 @@ void add_file_commands(CLI::App& app, Action& action) {
   {
     auto [command, options] = add<Report_options>(
         app, action, "report", "Write scans as a page for a browser", report_command);
-    command->add_option("FILE", options->files, scan_files);
-    command->add_option("--output,-o", options->output, "the page; - for standard output")
-        ->capture_default_str();
+    command->add_option("FILE", options->files, scan_files)->option_text("...");
+    command
+        ->add_option("--output,-o", options->output,
+                     "the page, report.html if not given; - prints it")
+        ->option_text("FILE");
   }
   {
     auto [command, options] = add<Frequencies_options>(
         app, action, "frequencies", "Write a list for kestrel -y of the blocks with a signal",
         frequencies_command);
-    command->add_option("FILE", options->files, scan_files);
-    command->add_option("--output,-o", options->output, "the list; - for standard output")
-        ->capture_default_str();
+    command->add_option("FILE", options->files, scan_files)->option_text("...");
+    command->add_option("--output,-o", options->output, "the list; printed if not given")
+        ->option_text("FILE");
   }
   add<Nothing>(app, action, "doctor", "Look for what keeps the receiver from working here",
                [](Store&, Nothing) { return run_doctor("/", ask_receiver, std::cout); });
+}
+
+/// For a word that is not a subcommand: the nearest ones.
+void suggest_command(const CLI::App& app) {
+  if (!app.get_subcommands().empty() || app.remaining_size() == 0) return;
+  std::vector<std::string> names;
+  for (const auto* command : app.get_subcommands({})) names.push_back(command->get_name());
+  const auto nearest = find_nearest(names, app.remaining().front());
+  if (!nearest.empty()) fmt::print(stderr, "Do you mean {}?\n", fmt::join(nearest, ", "));
 }
 
 /// What is printed must not get into a file that is opened later, a memory device for one.
@@ -202,9 +227,10 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   app.get_formatter()->column_width(26);
   std::string state = Store::default_directory;
-  app.add_option("--state", state, "the directory with presets and scans")
+  app.add_option("--state", state,
+                 "where presets and scans are kept, instead of /var/lib/kestrel ($KESTREL_STATE)")
       ->envname("KESTREL_STATE")
-      ->capture_default_str();
+      ->option_text("DIRECTORY");
   Action action;
   add_radio_commands(app, action);
   add_preset(app, action);
@@ -212,7 +238,9 @@ int run(int argc, char** argv) {
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? exit_status::success : exit_status::usage;
+    if (app.exit(error) == 0) return exit_status::success;
+    suggest_command(app);
+    return exit_status::usage;
   }
   Store store(state);
   catch_stop_signals();
@@ -225,8 +253,10 @@ int main(int argc, char** argv) {
   fill_standard_streams();
   try {
     const int status = run(argc, argv);
+    errno = 0;
     if (std::cout << std::flush) return status;
-    std::cerr << "kestrelctl: the output could not be written\n";
+    // A reader that has seen enough knows that it ended.
+    if (errno != EPIPE) std::cerr << "kestrelctl: the output could not be written\n";
     return status == exit_status::success ? exit_status::failure : status;
   } catch (const Stopped& stopped) {
     return stopped.status();

@@ -9,6 +9,7 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdlib>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
@@ -76,11 +77,11 @@ bool is_kestrel_running() {
 }
 
 void wait_for_others(int board) {
-  constexpr auto patience = 10s;
+  constexpr auto patience = 5s;
   constexpr auto quiet = 1s;
   constexpr auto step = 50ms;
   for (milliseconds waited = 0ms;; waited += step) {
-    const bool is_locked = flock(board, LOCK_EX | LOCK_NB) == 0;
+    const bool is_locked = flock(board, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
     if (is_locked && !is_kestrel_running()) return;
     const char* other = is_locked ? "kestrel" : "kestrelctl";
     if (is_locked) (void)flock(board, LOCK_UN);
@@ -88,7 +89,10 @@ void wait_for_others(int board) {
       throw Failure("Another " + std::string(other) + " is using the receiver. Try again later.");
     }
     if (waited == quiet) std::cerr << "kestrelctl: waiting for another " << other << " to end\n";
-    if (!pause(step)) throw Stopped();
+    // On everybody's clock, and no longer than until a signal.
+    const timespec patience_step{.tv_sec = 0, .tv_nsec = std::chrono::nanoseconds(step).count()};
+    (void)nanosleep(&patience_step, nullptr);
+    if (is_stopped()) throw Stopped();
   }
 }
 
@@ -212,7 +216,7 @@ std::vector<std::uint32_t> Receiver::frequencies() {
 
 void Receiver::play_dab(const Station& station, std::span<const std::uint32_t> scanned_khz) {
   constexpr auto acquisition_patience = 2500ms;
-  constexpr auto start_patience = 10s;
+  constexpr auto list_patience = 10s;
   const auto here = reception();
   if (here.khz != station.khz || !here.is_received) {
     auto list = frequencies();
@@ -232,20 +236,17 @@ void Receiver::play_dab(const Station& station, std::span<const std::uint32_t> s
                     exit_status::no_reception);
     }
   }
-  bool is_playing = false;
-  const auto start = [&] {
-    is_playing =
-        Si468x_start_digital_service(audio_service, station.service_id, station.component_id) == 0;
-    return is_playing || has_service_list();
-  };
-  if (!wait_until(start, start_patience)) {
+  if (!wait_until(has_service_list, list_patience)) {
     throw Failure("The service list of " + station.place() + " has not come",
                   exit_status::no_reception);
   }
-  // The list may have come between the start and the look at it.
-  if (is_playing || (start(), is_playing)) return;
-  throw Failure(station.name + " cannot be played: " + reason_in_list(station),
-                exit_status::no_reception);
+  const auto started =
+      Si468x_start_digital_service(audio_service, station.service_id, station.component_id);
+  if (started == si468x::result::refused && !is_stopped()) {
+    throw Failure(station.name + " cannot be played: " + reason_in_list(station),
+                  exit_status::no_reception);
+  }
+  check(started, "start the station");
 }
 
 void Receiver::tune_fm(std::uint32_t khz) { check(Si468x_FM_tune_freq(khz), "tune"); }

@@ -5,8 +5,8 @@
 #include <set>
 
 #include "kestrelctl/commands.h"
-#include "kestrelctl/receiver.h"
 #include "kestrelctl/output.h"
+#include "kestrelctl/receiver.h"
 #include "kestrelctl/report_page.h"
 #include "kestrelctl/stations.h"
 

@@ -144,9 +144,8 @@ std::vector<Station> find_stations(std::span<const Station> stations, std::strin
   for (const auto& station : stations) {
     auto key = natural_key(station.name);
     const auto is = closeness(fold(station.name));
-    const bool is_wanted =
-        (!filter.service_id || *filter.service_id == station.service_id) &&
-        (filter.block.empty() || fold(filter.block) == fold(station.block));
+    const bool is_wanted = (!filter.service_id || *filter.service_id == station.service_id) &&
+                           (filter.block.empty() || fold(filter.block) == fold(station.block));
     const std::tuple rank(station.kind != "data", is, station.obstacle().empty());
     if (is == no || !is_wanted || rank < closest) continue;
     if (rank > closest) found.clear();
