@@ -183,7 +183,10 @@ TEST_F(Service_list, SizeIsBoundedBeforeTheListIsRead) {
        {std::pair(0, 326U), {1, 326}, {5, 326}, {4090, 126}, {65535, 126}}) {
     play(sized(Bytes(99, 1), std::size_t(size)),
          [&] { return list.get_new_list(reply_array.data()); },
-         {{"never ready", 1, 50, busy, -3, 26, 1'227'500}, {"", 0, 0, {}, -4, code}});
+         {{"never ready",
+           {.after = 1, .times = 50, .then = busy},
+           {.result = -3, .code = 26, .waited_us = 1'227'500}},
+          {"", {}, {.result = -4, .code = code}}});
     EXPECT_EQ(happened().back(), "read 7");
   }
   EXPECT_EQ(std::tuple(list.ServiceListVersion, list.NumberServices), std::tuple(0x1234, 9));
@@ -192,14 +195,21 @@ TEST_F(Service_list, SizeIsBoundedBeforeTheListIsRead) {
   const std::string empty =
       "\"DigitalServiceList\": {\n\"ServiceListVersion\": 0,\n\"NumberServices\": 0,\n"
       "\"ServiceList\": [\n]\n}";
-  play(sized(Bytes(4096, 0), 4089), print_digital_service_list,
-       {{"longest", 0, 0, {}, 0, 0, 0, empty}});
+  play(sized(Bytes(4096, 0), 4089), print_digital_service_list, {{"longest", {}, {.text = empty}}});
   EXPECT_EQ(happened().back(), "read 4096");
   play(sized(Bytes(99, 1), 99), print_digital_service_list,
-       {{"size with an error", 2, 1, arbiter, 0, 26, 0, empty},
-        {"too long", 2, 1, reply({0xFA, 0x0F}), 0, 126, 0, empty},
-        {"list never ready", 4, 50, busy, 0, 226, 1'227'500, empty},
-        {"list with an error", 5, 1, frame(0x80, 0xC1, Bytes(99, 1)), 0, 226, 0, empty}});
+       {{"size with an error",
+         {.after = 2, .times = 1, .then = arbiter},
+         {.code = 26, .text = empty}},
+        {"too long",
+         {.after = 2, .times = 1, .then = reply({0xFA, 0x0F})},
+         {.code = 126, .text = empty}},
+        {"list never ready",
+         {.after = 4, .times = 50, .then = busy},
+         {.code = 226, .waited_us = 1'227'500, .text = empty}},
+        {"list with an error",
+         {.after = 5, .times = 1, .then = frame(0x80, 0xC1, Bytes(99, 1))},
+         {.code = 226, .text = empty}}});
 }
 
 }  // namespace
