@@ -105,7 +105,7 @@ int print_digrad_status_json() {
   Si468x_DAB_digrad_status status;
   (void)status.get_new_status();  // a failed read is shown as zeros
   (void)status.json_print_data(out);
-  std::cout << out.str();
+  std::cout << out.view();
   return 0;
 }
 

@@ -56,6 +56,6 @@ int print_ensembletime_json() {
   Si468x_time time;
   (void)time.get_ensembletime();  // a failed read is shown as zeros
   (void)time.json_print_data(out);
-  std::cout << out.str();
+  std::cout << out.view();
   return 0;
 }

@@ -239,6 +239,6 @@ int print_digital_service_list() {
   (void)list.get_new_list(reply.data());  // a failed read is shown as an empty list
   std::stringstream out;
   (void)list.json_print_data(out);
-  std::cout << out.str();
+  std::cout << out.view();
   return 0;
 }
