@@ -4,13 +4,11 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <clocale>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <tuple>
 
 #include "kestrelctl/stations.h"
-#include "kestrelctl/text.h"
 
 namespace {
 
@@ -42,21 +40,6 @@ std::string document(const std::string& entries, const std::string& street = "Qu
                 "'StreetNo': '7',\n'Street': '"s + street + "',\n'PostalCode': '10115',\n" +
                 "'City': 'Berlin',\n'Country': 'X',\n'Floor': '2',\n'gps_latitude': '',\n" +
                 "'gps_longitude': ''\n},\n'ensembleList': [\n" + entries + "]}");
-}
-
-TEST(Labels, BecomeHarmlessTextOfTheirCharacterSet) {
-  const std::tuple<std::string, unsigned, std::string> rows[]{
-      {"Seegrund Pop    ", 0, "Seegrund Pop"},
-      {"K\x97ln S\x97\x8d", 0, "Köln Söß"},
-      {"\x24\x5C\x5E\x60\x7B\x7C\x7D\x7E\x7F", 0, "łŮŁĄ«ů»ĽĦ"},
-      {"\x01\x0F\x10\x1E\x80\xA9\xFF\xB0", 0, "ĘŃążá€ħķ"},
-      {std::string("a\x0A\x0B\x1F\0b", 6), 0, "a    b"},  // what steers a display
-      {"Köln \xF0\x9F\x93\xBB", 15, "Köln \xF0\x9F\x93\xBB"},
-      {"\x1B[31mred\x07\x7F", 15, " [31mred"},
-      {"a\u202Eb\u009Bc", 15, "a b c"},  // writing direction, CSI
-      {"\xC3(\xED\xA0\x80\xC0\xAF\xF5", 15, "\uFFFD(\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD\uFFFD"},
-  };
-  for (const auto& [bytes, charset, text] : rows) EXPECT_EQ(decode_label(bytes, charset), text);
 }
 
 TEST(Scan_file, IsReadWithOrWithoutMending) {
@@ -135,7 +118,6 @@ std::vector<Station> some_stations() {
 }
 
 TEST(Stations, AreFoundByNameAsCloseAsPossible) {
-  (void)std::setlocale(LC_CTYPE, "C.UTF-8");
   const auto stations = some_stations();
   const std::pair<std::string, std::string> rows[]{
       {"alpha", "Alpha 33,"},  // the whole name; of two places the one that can be tuned

@@ -49,9 +49,9 @@ int play(const Station& station, const Play_options& options) {
 
 int list_stations_command(const Stations_options& options) {
   auto stations = list_stations(read_scans(options.files));
-  const auto wanted = fold_case(options.filter);
+  const auto wanted = fold(options.filter);
   std::erase_if(stations, [&wanted](const Station& station) {
-    return fold_case(station.name).find(wanted) == std::string::npos;
+    return fold(station.name).find(wanted) == std::string::npos;
   });
   sort_stations(stations, options.sort);
   if (options.form == "json") {
@@ -69,7 +69,7 @@ int list_stations_command(const Stations_options& options) {
 int play_command(const Play_options& options) {
   auto stations = list_stations(read_scans(options.files));
   std::erase_if(stations, [&options](const Station& station) {
-    return !options.block.empty() && fold_case(station.block) != fold_case(options.block);
+    return !options.block.empty() && fold(station.block) != fold(options.block);
   });
   std::vector<Station> audio;
   std::ranges::copy_if(stations, std::back_inserter(audio),

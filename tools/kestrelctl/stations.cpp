@@ -62,7 +62,7 @@ std::string playing_command(const Station& station, const std::string& program) 
 
 std::vector<Station> find_stations(const std::vector<Station>& stations, std::string_view name) {
   enum Closeness { no, contains, begins, equals };
-  const auto wanted = fold_case(make_harmless(name));
+  const auto wanted = fold(make_harmless(name));
   const auto closeness = [&wanted](const std::string& folded) {
     if (folded == wanted) return equals;
     if (folded.starts_with(wanted)) return begins;
@@ -71,7 +71,7 @@ std::vector<Station> find_stations(const std::vector<Station>& stations, std::st
   auto closest = contains;
   std::map<std::pair<std::string, std::uint32_t>, Station> found;
   for (const auto& station : stations) {
-    auto folded = fold_case(station.name);
+    auto folded = fold(station.name);
     const auto is = closeness(folded);
     if (is < closest) continue;
     if (is > closest) found.clear();
@@ -117,7 +117,7 @@ void sort_stations(std::vector<Station>& stations, std::string_view key) {
   const auto* chosen = std::ranges::find(keys, key, &Sort_key::name);
   if (chosen == keys.end()) chosen = keys.begin();
   std::ranges::sort(stations, {}, [chosen](const Station& station) {
-    return std::tuple(chosen->number(station), chosen->word(station), fold_case(station.name),
+    return std::tuple(chosen->number(station), chosen->word(station), fold(station.name),
                       station.khz, station.service_id);
   });
 }
