@@ -56,6 +56,7 @@ void Rds_decoder::feed(const Rds_group& group) {
       // Another station has come through, or an error has gone unnoticed.
       if (!stranger_ || read_pi(*stranger_)->value != pi->value) {
         stranger_ = group;
+        radiotext_.lose_group();
         return;
       }
       const auto first = *stranger_;
