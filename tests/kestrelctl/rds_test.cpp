@@ -288,7 +288,7 @@ TEST(Rds, TextIsRightWithATenthOfTheBlocksInError) {
                            {"Hoehenwg", "Without an end, which is 32 long", 1},
                            {"  Quay  ", "Without an end, and like the other A", 0},
                            {"  Quay  ", "Without an end, and like the other B, longer", 0}};
-  std::mt19937 random(1);
+  std::mt19937 random(77);
   const auto one_in = [&random](unsigned n) { return random() % n == 0; };
   for (int run = 0; run < 10; ++run) {
     Rds_decoder decoder;
