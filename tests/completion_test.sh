@@ -88,7 +88,7 @@ check_zsh() {
     "$(grep -e '-y+' <<<"$given")"
   expect "subcommands" "stations|play|watch|report|frequencies|doctor" \
     "$(complete_zsh kestrelctl r | sed 's/:[^|]*//g')"
-  expect "options" "-h|--help|--root" "$(complete_zsh kestrelctl doctor --)"
+  expect "options" "-h|--help" "$(complete_zsh kestrelctl doctor --)"
   expect "keys of the sorting" "name|block|signal|kind|type|id" "$(complete_zsh kestrelctl stations -s "")"
   expect "stations" '"Loud"|Radio & 1' "$(complete_zsh kestrelctl play -n --level 5 "")"
   expect "scan files" "files" "$(complete_zsh kestrelctl report e)"
