@@ -14,11 +14,25 @@ target_compile_options(
             $<$<COMPILE_LANGUAGE:CXX>:-Wformat>
             $<$<COMPILE_LANGUAGE:CXX>:-Werror=format-security>)
 target_link_options(kestrel_hardening INTERFACE LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
-# _FORTIFY_SOURCE does nothing without optimisation, and the sanitizers check more than it does.
+# The standard library checks indices, also in Debug builds.
+target_compile_definitions(kestrel_hardening
+                           INTERFACE $<$<COMPILE_LANGUAGE:CXX>:_GLIBCXX_ASSERTIONS>)
+# _FORTIFY_SOURCE does nothing without optimisation, and the sanitizers check more than it does. Level
+# 3 also checks sizes that are known only at run time; an older compiler or C library has no more than 2.
 if(NOT KESTREL_SANITIZE)
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_FLAGS "-O2 -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
+  check_cxx_source_compiles(
+    "#include <features.h>
+     static_assert(__USE_FORTIFY_LEVEL == 3);
+     int main() {}"
+    KESTREL_HAS_FORTIFY_3)
+  unset(CMAKE_REQUIRED_FLAGS)
+  set(fortify_level $<IF:$<BOOL:${KESTREL_HAS_FORTIFY_3}>,3,2>)
   target_compile_definitions(
     kestrel_hardening
-    INTERFACE $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<NOT:$<CONFIG:Debug>>>:_FORTIFY_SOURCE=2>)
+    INTERFACE
+      $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<NOT:$<CONFIG:Debug>>>:_FORTIFY_SOURCE=${fortify_level}>)
 endif()
 
 include(CheckCXXCompilerFlag)
