@@ -8,6 +8,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <cstdlib>
 #include <ostream>
 #include <sstream>
@@ -29,7 +30,7 @@ struct System {
   const fs::path& root;
   const Ask_receiver& ask_receiver;
   std::optional<std::string> model_name;  ///< printable; nothing if it cannot be read
-  const Model* model;                     ///< null: not known
+  const Model* model = nullptr;           ///< null: not known
   Boot_config config;
   bool has_failure = false;  ///< of a check before
 
@@ -145,10 +146,10 @@ Finding check_receiver(const System& system) {
 fs::path find_in_path(const System& system, std::string_view name) {
   constexpr auto executable =
       fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
-  const char* const path = std::getenv("PATH");  // NOLINT(concurrency-mt-unsafe)
+  const char* const path = std::getenv("PATH");
   std::istringstream folders(path == nullptr ? "" : path);
   for (std::string folder; std::getline(folders, folder, ':');) {
-    const auto file = fs::path(folder) / name;
+    auto file = fs::path(folder) / name;
     std::error_code error;
     const auto status = fs::status(system.root / file.relative_path(), error);
     if (file.is_absolute() && fs::is_regular_file(status) &&

@@ -11,8 +11,8 @@
 
 namespace kestrelctl {
 
-/// Returns one sentence that the receiver's answer is worth, or throws std::runtime_error with the
-/// reason why there is none.
+/// Returns one sentence on what the receiver answered; throws std::runtime_error with the reason if
+/// it did not answer.
 using Ask_receiver = std::function<std::string()>;
 
 /// Check what the radio needs and write a line for each finding to `out`, then one that sums up. A
