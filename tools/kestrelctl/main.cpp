@@ -6,7 +6,6 @@
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <clocale>
 #include <cmath>
 #include <csignal>
 #include <cstdlib>
@@ -167,8 +166,6 @@ int main(int argc, char** argv) {
   fill_standard_streams();
   // What starts us may have its children forgotten; we wait for ours.
   (void)std::signal(SIGCHLD, SIG_DFL);
-  // Columns and cases of letters beyond ASCII; without such a locale they are those of ASCII.
-  (void)std::setlocale(LC_CTYPE, "C.UTF-8");
   try {
     const int status = run(argc, argv);
     if (std::cout << std::flush) return status;

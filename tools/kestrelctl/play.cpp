@@ -53,7 +53,7 @@ int play(const Station& station, const Play_options& options) {
 int play_command(const Play_options& options) {
   auto stations = list_stations(read_scans(options.files));
   std::erase_if(stations, [&options](const Station& station) {
-    return !options.block.empty() && fold_case(station.block) != fold_case(options.block);
+    return !options.block.empty() && fold(station.block) != fold(options.block);
   });
   auto found = find_stations(stations, options.name);
   if (found.size() == 1) return play(found.front(), options);

@@ -137,9 +137,9 @@ void write_csv(std::ostream& out, const std::vector<Station>& stations) {
 int list_stations_command(const Stations_options& options) {
   auto stations = options.files.empty() ? options.store.stations() : std::vector<Station>();
   if (stations.empty()) stations = list_stations(read_scans_or_store(options.files, options.store));
-  const auto wanted = fold_case(options.filter);
+  const auto wanted = fold(options.filter);
   std::erase_if(stations, [&wanted](const Station& station) {
-    return fold_case(station.name).find(wanted) == std::string::npos;
+    return fold(station.name).find(wanted) == std::string::npos;
   });
   sort_stations(stations, options.sort);
   if (options.form == "json") {

@@ -61,7 +61,7 @@ Station make_station(const Fm_station& heard) {
 /// For comparing in natural order: each number has its count of digits before it.
 std::string natural_key(std::string_view name) {
   const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
-  const auto folded = fold_case(name);
+  const auto folded = fold(name);
   std::string key;
   for (std::size_t i = 0; i < folded.size();) {
     const auto end =
@@ -127,7 +127,7 @@ std::string kestrel_command(const Station& s) {
 
 std::vector<Station> find_stations(std::span<const Station> stations, std::string_view name,
                                    const Station_filter& filter) {
-  const auto wanted = fold_case(make_harmless(name));
+  const auto wanted = fold(make_harmless(name));
   enum Closeness { no, has_words, contains, begins, equals };
   const auto closeness = [&wanted](const std::string& folded) {
     if (folded == wanted) return equals;
@@ -143,10 +143,9 @@ std::vector<Station> find_stations(std::span<const Station> stations, std::strin
   std::map<std::tuple<std::string, bool, std::uint32_t>, Station> found;
   for (const auto& station : stations) {
     auto key = natural_key(station.name);
-    const auto is = closeness(fold_case(station.name));
-    const bool is_wanted =
-        (!filter.service_id || *filter.service_id == station.service_id) &&
-        (filter.block.empty() || fold_case(filter.block) == fold_case(station.block));
+    const auto is = closeness(fold(station.name));
+    const bool is_wanted = (!filter.service_id || *filter.service_id == station.service_id) &&
+                           (filter.block.empty() || fold(filter.block) == fold(station.block));
     const std::tuple rank(station.kind != "data", is, station.obstacle().empty());
     if (is == no || !is_wanted || rank < closest) continue;
     if (rank > closest) found.clear();
@@ -181,10 +180,10 @@ std::size_t distance_to_part(std::u32string_view name, std::u32string_view typed
 
 std::vector<std::string> find_nearest(std::span<const std::string> names, std::string_view typed) {
   constexpr std::size_t longest = 64, most = 3;
-  const auto wanted = decode_utf8(fold_case(make_harmless(typed))).substr(0, longest);
+  const auto wanted = decode_utf8(fold(make_harmless(typed))).substr(0, longest);
   std::map<std::tuple<std::size_t, std::string>, std::string> nearest;
   for (const auto& name : names) {
-    const auto distance = distance_to_part(decode_utf8(fold_case(name)), wanted);
+    const auto distance = distance_to_part(decode_utf8(fold(name)), wanted);
     if (!wanted.empty() && distance <= wanted.size() / 3)
       nearest.emplace(std::tuple(distance, natural_key(name)), name);
   }

@@ -1,22 +1,23 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "kestrelctl/text.h"
 
+#include <utf8proc.h>
+
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cwchar>
-#include <cwctype>
+#include <span>
 
 namespace kestrelctl {
 namespace {
 
 constexpr char32_t replacement = 0xFFFD;
 
-/// ETSI TS 101 756, annex C: the complete EBU Latin based repertoire. 0 stands for a character that
-/// steers a display: it is shown as a blank.
+/// ETSI TS 101 756, annex C: the complete EBU Latin based repertoire. The characters that steer a
+/// display (line break, end of headline, word break) keep their codes.
 constexpr std::u32string_view ebu_latin_low(
-    U"\0ĘĮŲĂĖĎȘȚĊ\0\0ĠĹŻŃ"
-    U"ąęįųăėďșțċŇĚġĺż\0",
+    U"\0ĘĮŲĂĖĎȘȚĊ\n\vĠĹŻŃ"
+    U"ąęįųăėďșțċŇĚġĺż\x1F",
     32);
 constexpr std::u32string_view ebu_latin_high(
     U"áàéèíìóòúùÑÇŞß¡Ÿ"
@@ -46,102 +47,156 @@ char32_t decode_ebu_latin(unsigned char byte) {
   return found == ebu_latin_exceptions.end() ? byte : found->code_point;
 }
 
-/// Would it move a cursor, change colours or turn the direction of a line?
-bool is_harmful(char32_t c) {
-  const auto between = [c](char32_t first, char32_t last) { return c >= first && c <= last; };
-  return c < 0x20 || between(0x7F, 0x9F) || c == 0x061C || between(0x200E, 0x200F) ||
-         between(0x2028, 0x202E) || between(0x2066, 0x2069) || c == 0xFEFF ||
-         between(0xFFF9, 0xFFFB);
-}
-
-std::string finish(std::u32string code_points) {
-  std::ranges::replace_if(code_points, is_harmful, U' ');
-  code_points.resize(code_points.find_last_not_of(U' ') + 1);
-  return encode_utf8(code_points);
-}
-
-/// A sequence of UTF-8 by its first byte: its length, and the least code point that needs it.
-struct Sequence {
-  std::size_t bytes;
-  char32_t least;
-};
-Sequence sequence_of(unsigned char first) {
-  if (first < 0x80) return {1, 0};
-  if (first >= 0xC2 && first < 0xE0) return {2, 0x80};
-  if (first >= 0xE0 && first < 0xF0) return {3, 0x800};
-  if (first >= 0xF0 && first < 0xF5) return {4, 0x10000};
-  return {0, 0};
-}
-
-/// The code point that `utf8` begins with, and its length; no length for what is no UTF-8.
-Sequence decode_one(std::string_view utf8) {
-  const auto first = static_cast<unsigned char>(utf8[0]);
-  const auto sequence = sequence_of(first);
-  if (sequence.bytes < 2) return {sequence.bytes, first};
-  if (utf8.size() < sequence.bytes) return {0, 0};
-  char32_t code_point = first & (0x7FU >> sequence.bytes);
-  for (const char next : utf8.substr(1, sequence.bytes - 1)) {
-    const auto byte = static_cast<unsigned char>(next);
-    if ((byte & 0xC0U) != 0x80) return {0, 0};
-    code_point = code_point << 6 | (byte & 0x3FU);
+/// UTF-16, which is what UCS-2 has become: a character beyond the basic plane takes two units.
+std::u32string decode_ucs2(std::string_view bytes) {
+  const auto unit = [bytes](std::size_t at) {
+    return static_cast<char32_t>(static_cast<unsigned char>(bytes[at]) << 8 |
+                                 static_cast<unsigned char>(bytes[at + 1]));
+  };
+  const auto is_surrogate = [](char32_t c, char32_t first) { return (c & 0xFC00) == first; };
+  std::u32string code_points;
+  for (std::size_t at = 0; at + 1 < bytes.size(); at += 2) {
+    char32_t c = unit(at);
+    if (is_surrogate(c, 0xD800) && at + 3 < bytes.size() && is_surrogate(unit(at + 2), 0xDC00)) {
+      at += 2;
+      c = 0x10000 + ((c & 0x3FF) << 10 | (unit(at) & 0x3FF));
+    }
+    code_points += (c & 0xF800) == 0xD800 ? replacement : c;
   }
-  const bool is_surrogate = code_point >= 0xD800 && code_point < 0xE000;
-  if (code_point < sequence.least || is_surrogate || code_point > 0x10FFFF) return {0, 0};
-  return {sequence.bytes, code_point};
+  return code_points;
 }
+
+/// A code point as libutf8proc counts them.
+utf8proc_int32_t number(char32_t c) { return static_cast<utf8proc_int32_t>(c); }
+
+struct Range {
+  char32_t first;
+  char32_t last;
+};
+bool is_in(std::span<const Range> ranges, char32_t c) {
+  return std::ranges::any_of(ranges, [c](Range r) { return c >= r.first && c <= r.last; });
+}
+
+// What moves a cursor, changes colours or turns the direction of a line becomes a blank. The
+// preferred word break, as good as a soft hyphen, does not: it comes within a word.
+constexpr char32_t word_break = 0x1F;
+constexpr std::array controls{Range{0, word_break - 1}, Range{0x7F, 0x9F},
+                              Range{0x61C, 0x61C},      Range{0x200E, 0x200F},
+                              Range{0x2028, 0x202E},    Range{0x2066, 0x2069}};
+// Invisible beyond the property of that name: annotations, and what is set aside for the future.
+constexpr std::array invisible{Range{word_break, word_break}, Range{0x2060, 0x206F},
+                               Range{0xFFF0, 0xFFFB}, Range{0xE0000, 0xE0FFF}};
+// Text or picture: common after symbols.
+constexpr Range presentation_selectors{0xFE0E, 0xFE0F};
+
+bool is_invisible(char32_t c) {
+  return is_in(invisible, c) || (utf8proc_get_property(number(c))->ignorable != 0 &&
+                                 !is_in(std::span(&presentation_selectors, 1), c));
+}
+bool is_no_character(char32_t c) {
+  return (c & 0xFFFE) == 0xFFFE || (c >= 0xFDD0 && c <= 0xFDEF) || c > 0x10FFFF ||
+         (c >= 0xD800 && c <= 0xDFFF);
+}
+
+/// Letters that have no accent to take off but are written without it all the same, in lower case.
+struct Spelling {
+  char32_t letter;
+  std::string_view plain;
+};
+constexpr std::array spellings{Spelling{U'ø', "o"},  Spelling{U'đ', "d"}, Spelling{U'ð', "d"},
+                               Spelling{U'ł', "l"},  Spelling{U'ħ', "h"}, Spelling{U'ı', "i"},
+                               Spelling{U'ŋ', "n"},  Spelling{U'ŧ', "t"}, Spelling{U'æ', "ae"},
+                               Spelling{U'œ', "oe"}, Spelling{U'þ', "th"}};
 
 }  // namespace
 
 std::u32string decode_utf8(std::string_view utf8) {
   std::u32string code_points;
   while (!utf8.empty()) {
-    const auto [bytes, code_point] = decode_one(utf8);
-    code_points += bytes == 0 ? replacement : code_point;
-    utf8.remove_prefix(std::max<std::size_t>(bytes, 1));
+    utf8proc_int32_t code_point = 0;
+    const auto bytes = utf8proc_iterate(reinterpret_cast<const utf8proc_uint8_t*>(utf8.data()),
+                                        static_cast<utf8proc_ssize_t>(utf8.size()), &code_point);
+    code_points += bytes < 1 ? replacement : static_cast<char32_t>(code_point);
+    utf8.remove_prefix(static_cast<std::size_t>(std::max<utf8proc_ssize_t>(bytes, 1)));
   }
   return code_points;
 }
 
 std::string encode_utf8(std::u32string_view code_points) {
   std::string utf8;
-  const auto put = [&utf8](char32_t byte) { utf8 += static_cast<char>(byte); };
   for (const char32_t c : code_points) {
-    if (c < 0x80) {
-      put(c);
-      continue;
-    }
-    unsigned shift = c < 0x800 ? 6 : c < 0x10000 ? 12 : 18;
-    constexpr std::array<char32_t, 4> lead{0, 0xC0, 0xE0, 0xF0};
-    put(lead[shift / 6] | c >> shift);
-    while (shift > 0) {
-      shift -= 6;
-      put(0x80 | (c >> shift & 0x3F));
-    }
+    std::array<utf8proc_uint8_t, 4> bytes{};
+    const auto count = utf8proc_encode_char(number(c), bytes.data());
+    utf8.append(bytes.begin(), bytes.begin() + count);
   }
   return utf8;
 }
 
-std::string make_harmless(std::string_view utf8) { return finish(decode_utf8(utf8)); }
-
-std::string decode_label(std::string_view bytes, unsigned charset) {
-  if (charset == charset_utf8) return make_harmless(bytes);
+std::u32string decode_characters(std::string_view bytes, unsigned charset) {
+  if (charset == charset_ucs2) return decode_ucs2(bytes);
+  if (charset != charset_ebu_latin) {
+    auto code_points = decode_utf8(bytes);
+    if (charset == charset_utf8 || encode_utf8(code_points) == bytes) return code_points;
+  }
   std::u32string code_points;
   for (const char byte : bytes) code_points += decode_ebu_latin(static_cast<unsigned char>(byte));
-  return finish(std::move(code_points));
+  return code_points;
 }
 
-std::string fold_case(std::string_view utf8) {
-  auto code_points = decode_utf8(utf8);
-  for (auto& c : code_points) c = static_cast<char32_t>(std::towlower(static_cast<wint_t>(c)));
-  return encode_utf8(code_points);
+std::string make_harmless(std::u32string_view code_points) {
+  std::u32string harmless;
+  for (const char32_t c : code_points) {
+    if (is_in(controls, c)) {
+      harmless += U' ';
+    } else if (is_no_character(c)) {
+      harmless += replacement;
+    } else if (!is_invisible(c)) {
+      harmless += c;
+    }
+  }
+  harmless.resize(harmless.find_last_not_of(U' ') + 1);
+  return encode_utf8(harmless);
+}
+
+std::string make_harmless(std::string_view utf8) { return make_harmless(decode_utf8(utf8)); }
+
+std::string decode_label(std::string_view bytes, unsigned charset) {
+  return make_harmless(decode_characters(bytes, charset));
+}
+
+void read_tag(const Text_tag& tag, std::u32string_view text, std::string& title,
+              std::string& artist) {
+  constexpr unsigned item_title = 1;
+  constexpr unsigned item_artist = 4;
+  const bool is_title = tag.content_type == item_title;
+  if (tag.start >= text.size() || (!is_title && tag.content_type != item_artist)) return;
+  auto part = make_harmless(text.substr(tag.start, tag.length_marker + 1));
+  part.erase(0, part.find_first_not_of(' '));
+  (is_title ? title : artist) = std::move(part);
+}
+
+std::string fold(std::string_view utf8) {
+  constexpr auto options = static_cast<utf8proc_option_t>(UTF8PROC_COMPAT | UTF8PROC_DECOMPOSE |
+                                                          UTF8PROC_CASEFOLD | UTF8PROC_STRIPMARK);
+  constexpr std::size_t longest_decomposition = 32;
+  std::string folded;
+  for (const char32_t c : decode_utf8(utf8)) {
+    std::array<utf8proc_int32_t, longest_decomposition> parts{};
+    const auto count =
+        utf8proc_decompose_char(number(c), parts.data(), parts.size(), options, nullptr);
+    for (const auto part : std::span(parts).first(static_cast<std::size_t>(count))) {
+      const auto letter = static_cast<char32_t>(part);
+      const auto* const found = std::ranges::find(spellings, letter, &Spelling::letter);
+      folded += found == spellings.end() ? encode_utf8({&letter, 1}) : std::string(found->plain);
+    }
+  }
+  return folded;
 }
 
 std::size_t count_columns(std::string_view utf8) {
   std::size_t columns = 0;
   for (const char32_t c : decode_utf8(utf8)) {
-    const int width = wcwidth(static_cast<wchar_t>(c));
-    // Unknown to the locale: most likely one column.
-    columns += width < 0 ? 1 : static_cast<std::size_t>(width);
+    columns += static_cast<std::size_t>(utf8proc_charwidth(number(c)));
   }
   return columns;
 }
