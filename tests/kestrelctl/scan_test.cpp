@@ -164,7 +164,6 @@ std::vector<Scan> some_scans() {
 }
 
 TEST(Stations, AreFoundByNameAsCloseAsPossible) {
-  (void)std::setlocale(LC_CTYPE, "C.UTF-8");
   const auto stations = list_stations(some_scans());
   struct Row {
     std::string name;
@@ -179,7 +178,7 @@ TEST(Stations, AreFoundByNameAsCloseAsPossible) {
       {"alpha", {.service_id = 0xE0001234}, "Alpha 227360,"},
       {"ALPH", {}, "Alpha 227360,Alphabet 227360,"},
       {"bet", {}, "Alphabet 227360,"},
-      {"NEW, Í", {}, "New, í \"x\" 227360,"},
+      {"new, i", {}, "New, í \"x\" 227360,"},
       {"radio", {}, "Radio 2 227360,Radio 2 227360,Radio 10 174928,"},  // those that play
       {"radio 2", {.service_id = 10}, "Radio 2 227360,"},
       {"pay radio", {}, "Radio Pay 227360,"},  // what cannot be played is found, too
@@ -213,7 +212,7 @@ TEST(Stations, SayWhereTheyAreAndWhatPlaysThem) {
       {"alphabet", "no command: component 0", ""},
       {"radio 10", "no command: index 0", ""},
       {"new", "", "sudo kestrel -f 33 -e 3 -c 12 -p"},
-      {"küste", "", "sudo kestrel -F 98500"},
+      {"kuste", "", "sudo kestrel -F 98500"},
       {"radio pay", "scrambled", ""}};
   for (const auto& [name, why, command] : rows) {
     const auto found = find_stations(stations, name);
@@ -229,7 +228,6 @@ TEST(Stations, SayWhereTheyAreAndWhatPlaysThem) {
 }
 
 TEST(Stations, AreShownInEveryForm) {
-  (void)std::setlocale(LC_CTYPE, "C.UTF-8");
   auto stations = list_stations(some_scans());
   sort_stations(stations, "name");
   std::ostringstream table, csv, json;

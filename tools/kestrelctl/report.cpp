@@ -1,21 +1,46 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // `kestrelctl report`: puts what the scans say, as JSON, into the page that shows it.
+#include <fmt/format.h>
+
+#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
+#include <stdexcept>
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/output.h"
 #include "kestrelctl/receiver.h"
 #include "kestrelctl/report_page.h"
 #include "kestrelctl/stations.h"
+#include "kestrelctl/text.h"
 
 namespace kestrelctl {
 namespace {
 
 using json = nlohmann::ordered_json;
 
-json describe(const Block& block) {
+/// `name` as one word of a shell.
+std::string quote(const std::string& name) {
+  if (name.find_first_of("\\\"$`!") == std::string::npos) return '"' + name + '"';
+  std::string quoted = "'";
+  for (const char c : name) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+  return quoted + '\'';
+}
+
+/// The ids of the services that can be played, by what their names are found by.
+using Ids = std::map<std::string, std::set<std::uint32_t>>;
+
+/// What plays `station`: its name, and its id where several have that name; nothing if it cannot be
+/// played.
+std::string playing_command(const Station& station, const Ids& ids) {
+  if (!station.obstacle().empty()) return "";
+  const auto command = "sudo kestrelctl play " + quote(station.name);
+  const bool is_clear = !station.name.empty() && ids.at(fold(station.name)).size() == 1;
+  return is_clear ? command : fmt::format("{} --service {}", command, station.service_id);
+}
+
+json describe(const Block& block, const Ids& ids) {
   auto services = json::array();
   for (const auto& service : block.services) {
     const auto station = make_station(block, service);
@@ -25,7 +50,7 @@ json describe(const Block& block) {
                         {"kind", station.kind},
                         {"type", station.programme_type},
                         {"obstacle", station.obstacle()},
-                        {"command", kestrel_command(station)}});
+                        {"command", playing_command(station, ids)}});
   }
   return {{"index", block.index},
           {"block", block.name()},
@@ -45,7 +70,11 @@ json describe(const Scan& scan) {
       location.push_back({location_questions[i].name, scan.location[i]});
   }
   auto blocks = json::array();
-  for (const auto& block : scan.blocks) blocks.push_back(describe(block));
+  Ids ids;
+  for (const auto& station : list_stations(std::span(&scan, 1))) {
+    if (station.obstacle().empty()) ids[fold(station.name)].insert(station.service_id);
+  }
+  for (const auto& block : scan.blocks) blocks.push_back(describe(block, ids));
   return {{"file", scan.file},
           {"time", format_utc(scan.time)},
           {"location", std::move(location)},
@@ -78,7 +107,11 @@ std::string as_script_data(const json& data) {
 }  // namespace
 
 int report_command(const Store& store, const Report_options& options) {
-  const auto scans = read_scans_or_store(options.files, store);
+  auto scans = read_scans_or_store(options.files, store);
+  std::erase_if(scans, [](const Scan& scan) { return scan.is_fm; });
+  if (scans.empty()) throw std::runtime_error("there is no DAB scan to report");
+  // What is kept may reach back for years: the newest, and what changed since the one before.
+  if (options.files.empty() && scans.size() > 2) scans.erase(scans.begin(), scans.end() - 2);
   json data{
       {"program", "kestrelctl " KESTREL_VERSION},
       {"made",

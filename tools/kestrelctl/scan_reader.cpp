@@ -196,7 +196,7 @@ std::string widen_own_strings(std::string_view text) {
         line = window.substr(0, window.find(after_label, begin));
       }
       const auto end = line.rfind('"');
-      if (end != std::string_view::npos && end >= begin) {
+      if (end != std::string_view::npos && end >= begin && end - begin <= longest_string) {
         auto bytes = std::string(line.substr(begin, end - begin));
         for (auto at = bytes.find("\\\""); is_label && at != bytes.npos;
              at = bytes.find("\\\"", at + 1)) {
