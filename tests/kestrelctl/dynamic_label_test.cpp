@@ -5,6 +5,7 @@
 
 #include <gtest/gtest.h>
 
+#include <sstream>
 #include <vector>
 
 namespace {
@@ -12,10 +13,8 @@ namespace {
 using namespace kestrelctl;
 using namespace std::string_literals;
 
-std::string name(Label_change change) {
-  constexpr std::string_view names[]{"", "text", "cleared", "item"};
-  return std::string(names[static_cast<std::size_t>(change)]);
-}
+// Of the changes, in their order.
+constexpr std::string_view names[]{"", "text", "cleared", "item"};
 
 /// A packet: its prefix, text or command, and the byte after it; what it changes ("text", "cleared"
 /// or "item"), and the text, title and artist then.
@@ -131,10 +130,13 @@ TEST(Dynamic_label, ShowsWhatItsPacketsSay) {
       for (const char c : body + trailing) packet.push_back(static_cast<std::uint8_t>(c));
       const auto change = label.feed(packet);
       const auto& [text, title, artist] = label.state();
-      auto shown = name(change);
-      if (!shown.empty()) shown += ':' + text;
-      if (!shown.empty() && !(title + artist).empty()) shown += '|' + title + '|' + artist;
-      EXPECT_EQ(shown, expected) << what << ": " << body;
+      std::ostringstream shown;
+      shown << names[static_cast<std::size_t>(change)];
+      if (change != Label_change::nothing) shown << ':' << text;
+      if (change != Label_change::nothing && !(title.empty() && artist.empty())) {
+        shown << '|' << title << '|' << artist;
+      }
+      EXPECT_EQ(shown.str(), expected) << what << ": " << body;
     }
   }
 }

@@ -7,7 +7,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cctype>
 #include <fstream>
 #include <regex>
 #include <sstream>
@@ -75,11 +74,9 @@ bool has_word(std::string_view words, std::string_view word) {
 }
 
 const Model* find_model(std::string_view name) {
+  // By whole words: "Raspberry Pi 5" must not take what begins "Raspberry Pi 500".
   const auto* const model = std::find_if(models.begin(), models.end(), [name](const Model& row) {
-    // "Raspberry Pi 5" must not take what begins "Raspberry Pi 50".
-    return name.starts_with(row.name) &&
-           (name.size() == row.name.size() ||
-            std::isalnum(static_cast<unsigned char>(name[row.name.size()])) == 0);
+    return fmt::format("{} ", name).starts_with(fmt::format("{} ", row.name));
   });
   return model == models.end() ? nullptr : model;
 }

@@ -129,13 +129,14 @@ void Rds_decoder::take_alternatives(const Rds_group& group) {
   constexpr std::uint32_t base_khz = 87'500;
   constexpr std::uint32_t step_khz = 100;
   const auto first = bits(group, block_c, 8, 8);
+  const auto seen_before = doubtful_frequencies_;
   if (first == medium_wave_follows) return;
   for (const auto code : {first, bits(group, block_c, 0, 8)}) {
     if (code == 0 || code >= doubtful_frequencies_.size()) continue;
     const auto khz = base_khz + code * step_khz;
     auto& list = state_.alternatives_khz;
     if (std::ranges::find(list, khz) != list.end()) continue;
-    if (is_clean(group, {block_b, block_c}) || doubtful_frequencies_[code]) list.push_back(khz);
+    if (is_clean(group, {block_b, block_c}) || seen_before[code]) list.push_back(khz);
     doubtful_frequencies_.set(code);
   }
 }
