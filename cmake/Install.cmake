@@ -4,8 +4,12 @@
 # the same files.
 
 include(GNUInstallDirs)
-install(TARGETS kestrel kestrel-sim)
-install(FILES docs/kestrel.1 docs/kestrel-sim.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+install(TARGETS kestrel)
+install(FILES docs/kestrel.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+if(TARGET kestrel-sim)
+  install(TARGETS kestrel-sim)
+  install(FILES docs/kestrel-sim.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")
+endif()
 if(TARGET kestrelctl)
   install(TARGETS kestrelctl)
   install(FILES docs/kestrelctl.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1")

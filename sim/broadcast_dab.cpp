@@ -37,9 +37,7 @@ std::string big_endian(std::u16string_view text) {
 /// A DAB+ service with one stream; its label is also what it transmits when it has no texts.
 Service audio(std::uint32_t id, std::string label, std::uint8_t program_type,
               std::uint16_t sub_channel, std::vector<Text> texts = {}) {
-  if (texts.empty()) {
-    texts.push_back({label});
-  }
+  if (texts.empty()) texts.push_back({label});
   return {.id = id,
           .label = std::move(label),
           .program_type = program_type,

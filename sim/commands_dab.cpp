@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 
-#include "sim/chip.h"
+#include "sim/receiver.h"
 
 namespace sim {
 namespace {
@@ -21,27 +21,27 @@ constexpr std::uint32_t lowest_khz = 168160;
 constexpr std::uint32_t highest_khz = 239200;
 
 /// What the antenna gives on a frequency, null for noise.
-const Ensemble* signal_at(const Chip& chip, std::uint32_t khz) {
+const Ensemble* signal_at(const Receiver& chip, std::uint32_t khz) {
   const auto found = std::ranges::find(chip.air.ensembles, khz, &Ensemble::khz);
   return found != chip.air.ensembles.end() && chip.state.has_antenna ? &*found : nullptr;
 }
 
-const Ensemble* received(const Chip& chip) {
+const Ensemble* received(const Receiver& chip) {
   return chip.state.is_tuned ? signal_at(chip, chip.state.khz) : nullptr;
 }
 
 /// Something that follows the tune, or the antenna's return, has happened, and nobody has
 /// acknowledged it since `seen`.
-bool is_pending_after_tune(const Chip& chip, const After_tune& after, Time seen) {
+bool is_pending_after_tune(const Receiver& chip, const After_tune& after, Time seen) {
   return after.has_value() && is_pending(chip, chip.state.signal_since + *after, seen);
 }
 
-bool has_happened(const Chip& chip, const After_tune& after) {
+bool has_happened(const Receiver& chip, const After_tune& after) {
   return after.has_value() && chip.now() >= chip.state.signal_since + *after;
 }
 
 /// The FIC becomes readable in the time that a tune takes.
-std::uint8_t fic_quality(const Chip& chip, const Ensemble& ensemble) {
+std::uint8_t fic_quality(const Receiver& chip, const Ensemble& ensemble) {
   const Time passed = std::min<Time>(chip.now() - chip.state.signal_since, tune_with_signal);
   return static_cast<std::uint8_t>(ensemble.fic_quality * passed / tune_with_signal);
 }
@@ -51,55 +51,45 @@ After_tune fic_error(const Ensemble& ensemble) {
   return ensemble.acquired ? std::nullopt : After_tune(tune_with_signal + fic_error_after);
 }
 
-Refusal tune_freq(Chip& chip, Frame frame) {
-  if (!is_all_zero(frame.subspan(3))) {
-    return "the antenna capacitor is not automatic";
-  }
-  if (frame[2] >= chip.state.frequencies.size()) {
-    return "index beyond the frequency list";
-  }
+Refusal tune_freq(Receiver& chip, Frame frame) {
+  if (!is_all_zero(frame.subspan(3))) return "the antenna capacitor is not automatic";
+  if (frame[2] >= chip.state.frequencies.size()) return "index beyond the frequency list";
   const std::uint32_t khz = chip.state.frequencies[frame[2]];
   chip.state.index = frame[2];
   begin_tune(chip, khz, signal_at(chip, khz) != nullptr ? tune_with_signal : tune_without_signal);
   return nullptr;
 }
 
-Refusal set_freq_list(Chip& chip, Frame frame) {
+Refusal set_freq_list(Receiver& chip, Frame frame) {
   const std::size_t count = frame[1];
   if (count > max_frequencies || frame.size() != 4 * (count + 1)) {
     return "length does not fit the number of frequencies";
   }
-  if (!is_all_zero(frame.subspan(2, 2))) {
-    return "arguments are not 0";
-  }
+  if (!is_all_zero(frame.subspan(2, 2))) return "arguments are not 0";
   std::vector<std::uint32_t> list;
   for (std::size_t i = 1; i <= count; ++i) {
     const std::uint32_t khz = number_at(frame, 4 * i, 4);
-    if (khz < lowest_khz || khz > highest_khz) {
-      return "frequency out of the tuner's range";
-    }
+    if (khz < lowest_khz || khz > highest_khz) return "frequency out of the tuner's range";
     list.push_back(khz);
   }
   chip.state.frequencies = std::move(list);
   return nullptr;
 }
 
-Refusal get_freq_list(Chip& chip, Frame /*frame*/) {
+Refusal get_freq_list(Receiver& chip, Frame /*frame*/) {
   const auto& list = chip.state.frequencies;
   chip.reply = {static_cast<std::uint8_t>(list.size()), reserved_byte, reserved_byte,
                 reserved_byte};
-  for (const std::uint32_t khz : list) {
-    append(chip.reply, khz, 4);
-  }
+  for (const std::uint32_t khz : list) append(chip.reply, khz, 4);
   return nullptr;
 }
 
-Refusal digrad_status(Chip& chip, Frame frame) {
+Refusal digrad_status(Receiver& chip, Frame frame) {
   constexpr std::uint16_t rssi_high = 0xB201;
   constexpr std::uint16_t rssi_low = 0xB202;
   constexpr std::uint8_t reserved_interrupts = 0xE0;
   constexpr std::uint8_t reserved_states = 0xE2;
-  const Chip_state& state = chip.state;
+  const Receiver_state& state = chip.state;
   const Ensemble silence = {.rssi_dbuv = noise_dbuv(state.khz)};
   const Ensemble* const signal = received(chip);
   const Ensemble& here = signal != nullptr ? *signal : silence;
@@ -139,7 +129,7 @@ Refusal digrad_status(Chip& chip, Frame frame) {
   return nullptr;
 }
 
-Refusal event_status(Chip& chip, Frame frame) {
+Refusal event_status(Receiver& chip, Frame frame) {
   constexpr std::uint8_t reserved_interrupts = 0x34;
   constexpr std::uint8_t reserved_states = 0xFC;
   const Ensemble silence;
@@ -153,17 +143,13 @@ Refusal event_status(Chip& chip, Frame frame) {
            flag(is_pending_after_tune(chip, here.list, seen), 0)),
       join(reserved_states, flag(has_happened(chip, here.frequency_info), 1), flag(has_list, 0))};
   append(chip.reply, has_list ? here.list_version : 0U, 2);
-  if (frame[1] == 1) {
-    chip.state.events_seen_at = chip.now();
-  }
+  if (frame[1] == 1) chip.state.events_seen_at = chip.now();
   return nullptr;
 }
 
-Refusal get_time(Chip& chip, Frame frame) {
+Refusal get_time(Receiver& chip, Frame frame) {
   constexpr std::uint8_t coordinated_universal = 1;
-  if (frame[1] != coordinated_universal) {
-    return "only UTC is transmitted";
-  }
+  if (frame[1] != coordinated_universal) return "only UTC is transmitted";
   const Ensemble* const signal = received(chip);
   if (signal == nullptr || !has_happened(chip, signal->time)) {
     chip.reply.assign(7, 0);
@@ -195,19 +181,17 @@ constexpr auto commands = std::to_array<Command>({
 
 std::span<const Command> dab_commands() { return commands; }
 
-const Ensemble* listed_ensemble(const Chip& chip) {
+const Ensemble* listed_ensemble(const Receiver& chip) {
   const Ensemble* const signal = received(chip);
   return signal != nullptr && has_happened(chip, signal->list) ? signal : nullptr;
 }
 
-Interrupts dab_interrupts(const Chip& chip) {
+Interrupts dab_interrupts(const Receiver& chip) {
   constexpr unsigned link_change = 5;
   constexpr unsigned event_change = 5;
   const Ensemble* const signal = received(chip);
-  if (signal == nullptr) {
-    return {};
-  }
-  const Chip_state& state = chip.state;
+  if (signal == nullptr) return {};
+  const Receiver_state& state = chip.state;
   const bool has_link_changed =
       is_pending_after_tune(chip, signal->acquired, state.signal_seen_at) ||
       is_pending_after_tune(chip, fic_error(*signal), state.signal_seen_at);

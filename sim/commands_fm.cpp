@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 
-#include "sim/fm_reception.h"
+#include "sim/receiver.h"
 
 namespace sim {
 namespace {
@@ -25,24 +25,20 @@ constexpr std::uint16_t seek_spacing = 0x3102;
 constexpr std::uint16_t lowest_valid_rssi = 0x3202;
 constexpr std::uint16_t lowest_valid_snr = 0x3204;
 
-const Fm_station* station_at(const Chip& chip, std::uint32_t khz) {
+const Fm_station* station_at(const Receiver& chip, std::uint32_t khz) {
   const auto found = std::ranges::find(chip.air.stations, khz, &Fm_station::khz);
   return found != chip.air.stations.end() && chip.state.has_antenna ? &*found : nullptr;
 }
 
-bool is_receivable(const Chip_state& state, const Fm_station& station) {
+bool is_receivable(const Receiver_state& state, const Fm_station& station) {
   return station.rssi_dbuv >= property(state, lowest_valid_rssi) &&
          station.snr_db >= property(state, lowest_valid_snr);
 }
 
-Refusal fm_tune(Chip& chip, Frame frame) {
-  if (!is_all_zero(frame.subspan(4))) {
-    return "the antenna capacitor is not automatic";
-  }
+Refusal fm_tune(Receiver& chip, Frame frame) {
+  if (!is_all_zero(frame.subspan(4))) return "the antenna capacitor is not automatic";
   const std::uint32_t khz = number_at(frame, 2, 2) * unit_khz;
-  if (khz < lowest_khz || khz > highest_khz) {
-    return "frequency out of the tuner's range";
-  }
+  if (khz < lowest_khz || khz > highest_khz) return "frequency out of the tuner's range";
   begin_tune(chip, khz, tune_time);
   return nullptr;
 }
@@ -55,7 +51,7 @@ std::uint32_t seek_start(std::uint32_t khz, std::uint32_t bottom, std::uint32_t 
   return bottom + (offset + (is_up ? 0 : spacing - 1)) / spacing * spacing;
 }
 
-Refusal fm_seek(Chip& chip, Frame frame) {
+Refusal fm_seek(Receiver& chip, Frame frame) {
   constexpr std::uint8_t wraps = 0x01;
   constexpr std::uint8_t downwards = 0x02;
   if ((frame[2] & ~unsigned{wraps | downwards}) != 0 || !is_all_zero(frame.subspan(3))) {
@@ -66,9 +62,7 @@ Refusal fm_seek(Chip& chip, Frame frame) {
   const std::uint32_t top = property(chip.state, seek_top) * unit_khz;
   const std::uint32_t spacing =
       std::max<std::uint32_t>(property(chip.state, seek_spacing), 1) * unit_khz;
-  if (bottom > top) {
-    return "the seek band is empty";
-  }
+  if (bottom > top) return "the seek band is empty";
   const std::uint32_t highest = bottom + (top - bottom) / spacing * spacing;
   std::uint32_t khz = seek_start(chip.state.khz, bottom, highest, spacing, is_up);
   bool has_hit_limit = false;
@@ -76,25 +70,21 @@ Refusal fm_seek(Chip& chip, Frame frame) {
   for (const std::uint32_t channels = (highest - bottom) / spacing + 1; steps < channels;) {
     if (khz == (is_up ? highest : bottom)) {
       has_hit_limit = true;
-      if ((frame[2] & wraps) == 0) {
-        break;
-      }
+      if ((frame[2] & wraps) == 0) break;
       khz = is_up ? bottom : highest;
     } else {
       khz = is_up ? khz + spacing : khz - spacing;
     }
     ++steps;
     const Fm_station* const station = station_at(chip, khz);
-    if (station != nullptr && is_receivable(chip.state, *station)) {
-      break;
-    }
+    if (station != nullptr && is_receivable(chip.state, *station)) break;
   }
   begin_tune(chip, khz, seek_step_time * (steps + 1));
   chip.state.has_hit_band_limit = has_hit_limit;
   return nullptr;
 }
 
-Refusal rsq_status(Chip& chip, Frame frame) {
+Refusal rsq_status(Receiver& chip, Frame frame) {
   constexpr std::uint8_t reserved_interrupts = 0xF0;
   constexpr std::uint8_t reserved_states = 0x4C;
   constexpr std::uint8_t high_snr_db = 30;
@@ -103,7 +93,7 @@ Refusal rsq_status(Chip& chip, Frame frame) {
   constexpr std::uint8_t low_rssi_dbuv = 15;
   constexpr std::uint8_t hd_threshold = 50;
   constexpr std::uint8_t hd_filter_loss = 3;
-  const Chip_state& state = chip.state;
+  const Receiver_state& state = chip.state;
   const Fm_reception here = fm_reception(chip);
   const Fm_station& station = here.station;
   const bool is_complete = is_tune_complete(chip);
@@ -144,14 +134,12 @@ constexpr auto commands = std::to_array<Command>({
 
 std::span<const Command> fm_commands() { return commands; }
 
-Fm_reception fm_reception(const Chip& chip) {
-  const Chip_state& state = chip.state;
+Fm_reception fm_reception(const Receiver& chip) {
+  const Receiver_state& state = chip.state;
   Fm_reception here;
   here.station.rssi_dbuv = state.is_tuned ? noise_dbuv(state.khz) : std::uint8_t{0};
   here.station.has_rds = false;
-  if (!is_tune_complete(chip)) {
-    return here;
-  }
+  if (!is_tune_complete(chip)) return here;
   if (const Fm_station* const station = station_at(chip, state.khz)) {
     here.station = *station;
     here.is_valid = is_receivable(state, *station);

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 
-#include "sim/chip.h"
+#include "sim/receiver.h"
 
 namespace sim {
 namespace {
@@ -47,33 +47,25 @@ constexpr auto properties = std::to_array<Property>({
     {0xB400, 5, 0xFFFF, in_dab},            // programme associated data
 });
 
-const Property* find_property(const Chip_state& state, std::uint32_t id) {
+const Property* find_property(const Receiver_state& state, std::uint32_t id) {
   const std::uint8_t firmware = state.firmware == Firmware::dab ? in_dab : in_fmhd;
   const auto* const found = std::ranges::find(properties, id, &Property::id);
   return found != properties.end() && (found->exists_in & firmware) != 0 ? found : nullptr;
 }
 
-Refusal set_property(Chip& chip, Frame frame) {
+Refusal set_property(Receiver& chip, Frame frame) {
   const Property* const row = find_property(chip.state, number_at(frame, 2, 2));
-  if (row == nullptr) {
-    return "no such property";
-  }
+  if (row == nullptr) return "no such property";
   const std::uint32_t value = number_at(frame, 4, 2);
-  if (value > row->highest) {
-    return "value out of the property's range";
-  }
+  if (value > row->highest) return "value out of the property's range";
   chip.state.properties[row->id] = static_cast<std::uint16_t>(value);
   return nullptr;
 }
 
-Refusal get_property(Chip& chip, Frame frame) {
-  if (frame[1] != 1) {
-    return "not asked for exactly one property";
-  }
+Refusal get_property(Receiver& chip, Frame frame) {
+  if (frame[1] != 1) return "not asked for exactly one property";
   const Property* const row = find_property(chip.state, number_at(frame, 2, 2));
-  if (row == nullptr) {
-    return "no such property";
-  }
+  if (row == nullptr) return "no such property";
   append(chip.reply, property(chip.state, row->id), 2);
   return nullptr;
 }
@@ -87,11 +79,9 @@ constexpr auto commands = std::to_array<Command>({
 
 std::span<const Command> property_commands() { return commands; }
 
-std::uint16_t property(const Chip_state& state, std::uint16_t id) {
+std::uint16_t property(const Receiver_state& state, std::uint16_t id) {
   const auto written = state.properties.find(id);
-  if (written != state.properties.end()) {
-    return written->second;
-  }
+  if (written != state.properties.end()) return written->second;
   const Property* const row = find_property(state, id);
   return row != nullptr ? row->initial : std::uint16_t{0};
 }

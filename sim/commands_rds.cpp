@@ -9,7 +9,7 @@
 #include <random>
 #include <string>
 
-#include "sim/fm_reception.h"
+#include "sim/receiver.h"
 
 namespace sim {
 namespace {
@@ -166,7 +166,7 @@ struct Rds {
   std::uint32_t waiting = 0;  ///< groups that nobody has read, those lost included
 };
 
-Group group_at(const Chip& chip, const Rds& now, std::uint32_t number) {
+Group group_at(const Receiver& chip, const Rds& now, std::uint32_t number) {
   constexpr std::uint32_t first_clock = 7;
   const Fm_station& station = now.station;
   const auto minute_at = [&](std::uint32_t group) {
@@ -179,9 +179,7 @@ Group group_at(const Chip& chip, const Rds& now, std::uint32_t number) {
     return clock_group(station, minute_at(number));
   }
   const std::uint32_t in_cycle = number % cycle_groups;
-  if (in_cycle % 2 == 0) {
-    return name_group(station, number);
-  }
+  if (in_cycle % 2 == 0) return name_group(station, number);
   if (in_cycle >= cycle_groups / 2 && has_tags(station)) {
     return in_cycle == cycle_groups - 1 ? tags_group(station, number) : application_group(station);
   }
@@ -190,7 +188,7 @@ Group group_at(const Chip& chip, const Rds& now, std::uint32_t number) {
 
 /// A group as it is received: its blocks, and their bit errors, two bits each, block A in the
 /// highest ones. What could not be corrected is noise.
-std::uint8_t receive(const Chip& chip, const Fm_station& station, std::uint32_t number,
+std::uint8_t receive(const Receiver& chip, const Fm_station& station, std::uint32_t number,
                      Group& group) {
   // One or a few bits, corrected.
   static constexpr std::array<std::uint8_t, 5> weak = {0x00, 0x10, 0x04, 0x00, 0x81};
@@ -210,8 +208,8 @@ std::uint8_t receive(const Chip& chip, const Fm_station& station, std::uint32_t 
 
 /// The decoder follows the station from the tune on; the properties only open it, so that the first
 /// look after enabling it need not come too early.
-Rds rds(const Chip& chip) {
-  const Chip_state& state = chip.state;
+Rds rds(const Receiver& chip) {
+  const Receiver_state& state = chip.state;
   Rds result;
   const Fm_reception here = fm_reception(chip);
   result.station = here.station;
@@ -227,7 +225,7 @@ Rds rds(const Chip& chip) {
   return result;
 }
 
-Refusal rds_status(Chip& chip, Frame frame) {
+Refusal rds_status(Receiver& chip, Frame frame) {
   constexpr std::uint8_t acknowledge = 0x01;
   constexpr std::uint8_t empty_fifo = 0x02;
   constexpr std::uint8_t status_only = 0x04;
@@ -235,7 +233,7 @@ Refusal rds_status(Chip& chip, Frame frame) {
   constexpr std::uint8_t reserved_states = 0xE4;
   constexpr std::uint8_t reserved_programme = 0xC0;
   constexpr std::size_t reply_bytes = 16;
-  Chip_state& state = chip.state;
+  Receiver_state& state = chip.state;
   const Rds now = rds(chip);
   const Fm_station& station = now.station;
   const bool has_overrun = now.waiting > fifo_groups;
@@ -261,15 +259,11 @@ Refusal rds_status(Chip& chip, Frame frame) {
   if (has_group) {
     Group group = group_at(chip, now, state.groups_taken);
     out.push_back(receive(chip, station, state.groups_taken, group));
-    for (const std::uint16_t block : group) {
-      append(out, block, 2);
-    }
+    for (const std::uint16_t block : group) append(out, block, 2);
     ++state.groups_taken;
   }
   out.resize(reply_bytes, 0);
-  if ((frame[1] & acknowledge) != 0) {
-    state.rds_seen_at = chip.now();
-  }
+  if ((frame[1] & acknowledge) != 0) state.rds_seen_at = chip.now();
   return nullptr;
 }
 
@@ -281,7 +275,7 @@ constexpr auto commands = std::to_array<Command>({
 
 std::span<const Command> rds_commands() { return commands; }
 
-Interrupts rds_interrupts(const Chip& chip) {
+Interrupts rds_interrupts(const Receiver& chip) {
   constexpr unsigned rds_received = 2;
   return {.status0 = flag(rds(chip).waiting > 0, rds_received)};
 }

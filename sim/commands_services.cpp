@@ -6,8 +6,7 @@
 #include <array>
 #include <string>
 
-#include "sim/chip.h"
-#include "sim/dynamic_label.h"
+#include "sim/receiver.h"
 
 namespace sim {
 namespace {
@@ -45,7 +44,7 @@ std::vector<std::uint8_t> list_entry(const Service& service) {
   return entry;
 }
 
-Refusal get_service_list(Chip& chip, Frame /*frame*/) {
+Refusal get_service_list(Receiver& chip, Frame /*frame*/) {
   const Ensemble* const ensemble = listed_ensemble(chip);
   std::vector<std::uint8_t> list;
   append(list, ensemble != nullptr ? ensemble->list_version : 0U, 2);
@@ -64,7 +63,7 @@ Refusal get_service_list(Chip& chip, Frame /*frame*/) {
 
 /// The service a start or stop command names, of the type and with the component it names; null
 /// with the reason in `refusal`.
-const Service* named_service(const Chip& chip, Frame frame, Refusal& refusal) {
+const Service* named_service(const Receiver& chip, Frame frame, Refusal& refusal) {
   const Ensemble* const ensemble = listed_ensemble(chip);
   if (ensemble == nullptr) {
     refusal = "no service list has been received";
@@ -94,7 +93,7 @@ const Service* named_service(const Chip& chip, Frame frame, Refusal& refusal) {
   return &*service;
 }
 
-Refusal start_service(Chip& chip, Frame frame) {
+Refusal start_service(Receiver& chip, Frame frame) {
   Refusal refusal = nullptr;
   if (named_service(chip, frame, refusal) != nullptr) {
     chip.state.is_playing = true;
@@ -106,7 +105,7 @@ Refusal start_service(Chip& chip, Frame frame) {
   return refusal;
 }
 
-Refusal stop_service(Chip& chip, Frame frame) {
+Refusal stop_service(Receiver& chip, Frame frame) {
   Refusal refusal = nullptr;
   if (named_service(chip, frame, refusal) != nullptr) {
     if (!chip.state.is_playing || chip.state.service_id != number_at(frame, 4, 4) ||
@@ -119,17 +118,15 @@ Refusal stop_service(Chip& chip, Frame frame) {
 }
 
 /// The service that plays; null also when it left the air meanwhile.
-const Service* playing_service(const Chip& chip) {
+const Service* playing_service(const Receiver& chip) {
   const Ensemble* const ensemble = chip.state.is_playing ? listed_ensemble(chip) : nullptr;
-  if (ensemble == nullptr) {
-    return nullptr;
-  }
+  if (ensemble == nullptr) return nullptr;
   const auto service = std::ranges::find(ensemble->services, chip.state.service_id, &Service::id);
   return service != ensemble->services.end() ? &*service : nullptr;
 }
 
 /// Packets since the service was started, the first one at once.
-std::uint32_t packets_arrived(const Chip& chip) {
+std::uint32_t packets_arrived(const Receiver& chip) {
   const Service* const service = playing_service(chip);
   const Time passed = chip.now() - chip.state.playing_since;
   return service == nullptr || service->texts.empty() || passed < Time{0}
@@ -146,9 +143,7 @@ std::vector<std::uint8_t> packet_at(const Service& service, std::uint32_t packet
     return std::max(once, static_cast<std::size_t>(text.lasts / packet_interval));
   };
   std::size_t round = 0;
-  for (const Text& text : texts) {
-    round += count(text);
-  }
+  for (const Text& text : texts) round += count(text);
   std::size_t turn = packet / round * texts.size();
   std::size_t left = packet % round;
   for (; left >= count(texts[turn % texts.size()]); ++turn) {
@@ -158,19 +153,17 @@ std::vector<std::uint8_t> packet_at(const Service& service, std::uint32_t packet
   return packets[left % packets.size()];
 }
 
-Refusal get_service_data(Chip& chip, Frame /*frame*/) {
+Refusal get_service_data(Receiver& chip, Frame /*frame*/) {
   constexpr std::uint8_t reserved_flags = 0xFC;
   constexpr std::uint8_t source_text = 2;
   constexpr std::uint8_t state_playing = 1;
   constexpr std::uint8_t state_stopped = 0;
-  Chip_state& state = chip.state;
+  Receiver_state& state = chip.state;
   const Service* const service = playing_service(chip);
   const std::uint32_t arrived = packets_arrived(chip);
   const bool is_ready = arrived > state.packets_taken;
   const bool has_overflowed = is_ready && arrived - state.packets_taken > packets_kept;
-  if (has_overflowed) {
-    state.packets_taken = arrived - packets_kept;
-  }
+  if (has_overflowed) state.packets_taken = arrived - packets_kept;
   std::vector<std::uint8_t> payload;
   if (is_ready) {
     payload = packet_at(*service, state.packets_taken);
@@ -203,7 +196,7 @@ constexpr auto commands = std::to_array<Command>({
 
 std::span<const Command> service_commands() { return commands; }
 
-Interrupts service_interrupts(const Chip& chip) {
+Interrupts service_interrupts(const Receiver& chip) {
   constexpr unsigned data_component = 4;
   return {.status0 = flag(packets_arrived(chip) > chip.state.packets_taken, data_component)};
 }

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 
-#include "sim/chip.h"
+#include "sim/receiver.h"
 
 namespace sim {
 namespace {
@@ -25,16 +25,14 @@ constexpr std::uint32_t most_loaded_bytes = 1U << 24;
 constexpr std::array<std::uint8_t, 16> power_up_frame = {
     0x01, 0x00, 0x1F, 0x7F, 0x00, 0xF8, 0x24, 0x01, 0x20, 0x10, 0x00, 0x00, 0x00, 0x18, 0x00, 0x00};
 
-Refusal power_up(Chip& chip, Frame frame) {
-  if (!std::ranges::equal(frame, power_up_frame)) {
-    return "arguments do not fit the board's crystal";
-  }
+Refusal power_up(Receiver& chip, Frame frame) {
+  if (!std::ranges::equal(frame, power_up_frame)) return "arguments do not fit the board's crystal";
   chip.state.phase = Phase::loader;
   return nullptr;
 }
 
-Refusal load_init(Chip& chip, Frame /*frame*/) {
-  Chip_state& state = chip.state;
+Refusal load_init(Receiver& chip, Frame /*frame*/) {
+  Receiver_state& state = chip.state;
   if (state.load_inits < 2) {
     ++state.load_inits;
   } else {
@@ -43,24 +41,18 @@ Refusal load_init(Chip& chip, Frame /*frame*/) {
   return nullptr;
 }
 
-Refusal host_load(Chip& chip, Frame frame) {
-  Chip_state& state = chip.state;
-  if (!is_all_zero(frame.subspan(1, load_header_bytes - 1))) {
-    return "arguments are not 0";
-  }
-  if (state.load_inits == 0) {
-    return "no LOAD_INIT before it";
-  }
+Refusal host_load(Receiver& chip, Frame frame) {
+  Receiver_state& state = chip.state;
+  if (!is_all_zero(frame.subspan(1, load_header_bytes - 1))) return "arguments are not 0";
+  if (state.load_inits == 0) return "no LOAD_INIT before it";
   std::uint32_t& loaded = state.load_inits == 1 ? state.patch_bytes : state.image_bytes;
   loaded = std::min(loaded + static_cast<std::uint32_t>(frame.size() - load_header_bytes),
                     most_loaded_bytes);
   return nullptr;
 }
 
-Refusal boot(Chip& chip, Frame /*frame*/) {
-  if (chip.state.patch_bytes != patch_bytes) {
-    return "the patch is not whole";
-  }
+Refusal boot(Receiver& chip, Frame /*frame*/) {
+  if (chip.state.patch_bytes != patch_bytes) return "the patch is not whole";
   if (chip.state.image_bytes != dab_image_bytes && chip.state.image_bytes != fmhd_image_bytes) {
     return "no whole image was loaded";
   }
@@ -69,7 +61,7 @@ Refusal boot(Chip& chip, Frame /*frame*/) {
   return nullptr;
 }
 
-Refusal get_part_info(Chip& chip, Frame /*frame*/) {
+Refusal get_part_info(Receiver& chip, Frame /*frame*/) {
   constexpr std::uint8_t mask_revision = 1;
   constexpr std::uint8_t rom_id = 0x10;
   constexpr std::uint16_t part_number = 4688;
@@ -80,12 +72,12 @@ Refusal get_part_info(Chip& chip, Frame /*frame*/) {
   return nullptr;
 }
 
-Refusal get_sys_state(Chip& chip, Frame /*frame*/) {
+Refusal get_sys_state(Receiver& chip, Frame /*frame*/) {
   chip.reply = {static_cast<std::uint8_t>(chip.state.firmware), reserved_byte};
   return nullptr;
 }
 
-Refusal get_func_info(Chip& chip, Frame /*frame*/) {
+Refusal get_func_info(Receiver& chip, Frame /*frame*/) {
   constexpr unsigned no_svn_bit = 7;
   constexpr unsigned build_location_bit = 4;
   constexpr std::uint8_t reserved_bits = 0x4C;
@@ -117,8 +109,8 @@ constexpr auto commands = std::to_array<Command>({
 
 std::span<const Command> system_commands() { return commands; }
 
-void start_firmware(Chip_state& state, Firmware firmware) {
-  state = Chip_state{};
+void start_firmware(Receiver_state& state, Firmware firmware) {
+  state = Receiver_state{};
   state.reset_high = true;
   state.phase = Phase::running;
   state.firmware = firmware;

@@ -1,11 +1,8 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// Cuts a text into segments.
-#include "sim/dynamic_label.h"
+// Dynamic labels: a text cut into segments, and the commands that go with it.
 
-#include <algorithm>
-
-#include "sim/chip.h"
+#include "sim/receiver.h"
 
 namespace sim {
 namespace {
@@ -64,12 +61,8 @@ std::vector<std::vector<std::uint8_t>> dynamic_label_packets(const Text& text, b
               join(flag(toggle, 3), flag(true, 2), count)};
     packet.insert(packet.end(), tags.begin(), tags.end());
   }
-  if (characters.empty()) {
-    packets.push_back({prefix(toggle, true, true, true, remove_label), 0});
-  }
-  for (auto& packet : packets) {
-    packet.push_back(0);
-  }
+  if (characters.empty()) packets.push_back({prefix(toggle, true, true, true, remove_label), 0});
+  for (auto& packet : packets) packet.push_back(0);
   return packets;
 }
 

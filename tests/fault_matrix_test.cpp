@@ -318,8 +318,8 @@ std::string Fault_matrix::judge(const std::string& output) const {
 /// What is wrong with a clean boot on the board as it is now. Boards whose states differ in nothing
 /// but simulated time are booted once.
 std::string Fault_matrix::boot_again() {
-  auto chip = sim::world().receiver().state();
-  for (auto* time : {&chip.busy_until, &chip.tuned_at, &chip.complete_at, &chip.signal_seen_at,
+  auto chip = sim::board().receiver.state;
+  for (auto* time : {&chip.busy_until, &chip.signal_since, &chip.tuned_at, &chip.complete_at, &chip.signal_seen_at,
                      &chip.events_seen_at, &chip.playing_since, &chip.rds_seen_at}) {
     *time = {};
   }

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // Everything in the receiver that outlives one run of a program, and its text
-// form. The receiver works on it, the state file keeps it. The text is untrusted
-// when it is read back: every value is checked.
+// form. The text is untrusted when it is read back: every value is checked.
 #pragma once
 
 #include <cstddef>
@@ -30,7 +29,7 @@ enum class Firmware : std::uint8_t { none = 0, fmhd = 1, dab = 2 };
 inline constexpr std::size_t max_frequencies = 48;
 
 /// Times are simulated time; a default one is the chip held in reset.
-struct Chip_state {
+struct Receiver_state {
   bool reset_high = false;
   Phase phase = Phase::reset;
   Firmware firmware = Firmware::none;
@@ -67,23 +66,23 @@ struct Chip_state {
 
   std::map<std::uint16_t, std::uint16_t> properties;  ///< those written since boot
 
-  bool operator==(const Chip_state&) const = default;
+  bool operator==(const Receiver_state&) const = default;
 };
 
 /// The whole of a state file.
 struct Saved_state {
   Time now{};   ///< simulated time when it was saved
   Time wall{};  ///< machine's time of day when it was saved
-  Chip_state chip;
+  Receiver_state chip;
 
   bool operator==(const Saved_state&) const = default;
 };
 
-/// The text of a state file: a version line, one line a value, a checksum.
-[[nodiscard]] std::string serialise(const Saved_state& state);
+/// The JSON text of a state file.
+std::string serialise(const Saved_state& state);
 
 /// The state in a file's text; nothing when the text is of another version,
 /// damaged, or holds a value that no receiver can have.
-[[nodiscard]] std::optional<Saved_state> parse_state(std::string_view text);
+std::optional<Saved_state> parse_state(std::string_view text);
 
 }  // namespace sim
