@@ -17,7 +17,6 @@
 namespace {
 
 using sim::board;
-using sim::Event_kind;
 using Spi_settings = sim::Peripherals::Spi_settings;
 
 /// Where bcm2835_spi0 points. Only the addresses count: product code reaches the words through
@@ -28,22 +27,43 @@ volatile std::uint32_t* unmapped() noexcept {
   return static_cast<volatile std::uint32_t*>(MAP_FAILED);
 }
 
-void log(Event_kind kind, std::uint64_t first = 0, std::uint64_t second = 0) {
-  board().log({.kind = kind, .at = board().clock.now(), .first = first, .second = second});
+/// Names of the values 0, 1, ... of a number; beyond them it is written as a number.
+using Words = std::array<const char*, 3>;
+constexpr Words functions = {"in", "out"};
+constexpr Words pulls = {"off", "down", "up"};
+constexpr Words levels = {"low", "high"};
+constexpr Words bit_orders = {"lsb", "msb"};
+
+std::string in_words(unsigned number, const Words& words) {
+  const bool has_word = number < words.size() && words[number] != nullptr;
+  return has_word ? words[number] : std::to_string(number);
+}
+
+void log(const std::string& name, const std::string& last = "") {
+  board().log({.at = board().clock.now(), .text = last.empty() ? name : name + ' ' + last});
+}
+void log(const std::string& name, unsigned pin, const std::string& last) {
+  log(name + ' ' + std::to_string(pin), last);
+}
+
+/// The peripherals, if they may be used; null, and a violation, before bcm2835_init.
+sim::Peripherals* mapped(const char* caller) {
+  sim::Peripherals& peripherals = board().peripherals;
+  return peripherals.is_mapped(caller) ? &peripherals : nullptr;
 }
 
 template <class Change>
 void change_spi(const char* caller, Change change) {
-  sim::Peripherals& peripherals = board().peripherals;
-  if (!peripherals.is_mapped(caller)) return;
-  Spi_settings settings = peripherals.spi_settings();
-  change(settings);
-  peripherals.set_spi(settings);
+  if (auto* const peripherals = mapped(caller)) {
+    Spi_settings settings = peripherals->spi_settings();
+    change(settings);
+    peripherals->set_spi(settings);
+  }
 }
 
 /// The word of SPI0 at `address`; nothing, and a violation, for memory that is not SPI0's.
 std::optional<std::size_t> word_at(const volatile uint32_t* address, const char* caller) {
-  if (!board().peripherals.is_mapped(caller)) return std::nullopt;
+  if (mapped(caller) == nullptr) return std::nullopt;
   const auto* begin = register_block.data();
   const std::less<> is_before;
   if (!is_before(address, begin) && is_before(address, begin + register_block.size())) {
@@ -66,72 +86,70 @@ void sim::unmap_library() {
 }
 
 int bcm2835_init(void) {
-  log(Event_kind::init);
+  log("init");
   const bool is_mapped = board().peripherals.map();
   bcm2835_spi0 = is_mapped ? register_block.data() : unmapped();
   return is_mapped ? 1 : 0;
 }
 
 int bcm2835_close(void) {
-  log(Event_kind::close);
+  log("close");
   bcm2835_spi0 = unmapped();
   return board().peripherals.unmap() ? 1 : 0;
 }
 
 void bcm2835_gpio_fsel(uint8_t pin, uint8_t mode) {
-  log(Event_kind::fsel, pin, mode);
-  auto& peripherals = board().peripherals;
-  if (!peripherals.is_mapped("bcm2835_gpio_fsel")) return;
-  peripherals.set_function(pin, mode == BCM2835_GPIO_FSEL_OUTP);
+  log("fsel", pin, in_words(mode, functions));
+  if (auto* const pins = mapped("bcm2835_gpio_fsel")) {
+    pins->set_function(pin, mode == BCM2835_GPIO_FSEL_OUTP);
+  }
 }
 
 void bcm2835_gpio_set_pud(uint8_t pin, uint8_t pud) {
-  log(Event_kind::pud, pin, pud);
-  (void)board().peripherals.is_mapped("bcm2835_gpio_set_pud");
+  log("pud", pin, in_words(pud, pulls));
+  (void)mapped("bcm2835_gpio_set_pud");
 }
 
 void bcm2835_gpio_write(uint8_t pin, uint8_t on) {
-  log(Event_kind::gpio, pin, on == LOW ? 0 : 1);
-  auto& peripherals = board().peripherals;
-  if (peripherals.is_mapped("bcm2835_gpio_write")) peripherals.set_level(pin, on != LOW);
+  log("gpio", pin, on == LOW ? "low" : "high");
+  if (auto* const pins = mapped("bcm2835_gpio_write")) pins->set_level(pin, on != LOW);
 }
 
 int bcm2835_spi_begin(void) {
-  log(Event_kind::spi_begin);
+  log("spi_begin");
   return board().peripherals.begin_spi() ? 1 : 0;
 }
 
 void bcm2835_spi_end(void) {
-  log(Event_kind::spi_end);
-  auto& peripherals = board().peripherals;
-  if (peripherals.is_mapped("bcm2835_spi_end")) peripherals.end_spi();
+  log("spi_end");
+  if (auto* const peripherals = mapped("bcm2835_spi_end")) peripherals->end_spi();
 }
 
 void bcm2835_spi_setBitOrder(uint8_t order) {
-  log(Event_kind::bit_order, order);
+  log("bit_order", in_words(order, bit_orders));
   change_spi("bcm2835_spi_setBitOrder", [order](Spi_settings& settings) {
     settings.is_most_significant_first = order == BCM2835_SPI_BIT_ORDER_MSBFIRST;
   });
 }
 
 void bcm2835_spi_setDataMode(uint8_t mode) {
-  log(Event_kind::mode, mode);
+  log("mode", std::to_string(mode));
   change_spi("bcm2835_spi_setDataMode", [mode](Spi_settings& settings) { settings.mode = mode; });
 }
 
 void bcm2835_spi_setClockDivider(uint16_t divider) {
-  log(Event_kind::divider, divider);
+  log("divider", std::to_string(divider));
   change_spi("bcm2835_spi_setClockDivider",
              [divider](Spi_settings& settings) { settings.divider = divider; });
 }
 
 void bcm2835_spi_chipSelect(uint8_t cs) {
-  log(Event_kind::cs, cs);
+  log("cs", std::to_string(cs));
   change_spi("bcm2835_spi_chipSelect", [cs](Spi_settings& settings) { settings.chip_select = cs; });
 }
 
 void bcm2835_spi_setChipSelectPolarity(uint8_t cs, uint8_t active) {
-  log(Event_kind::cs_polarity, cs, active);
+  log("cs_polarity", cs, in_words(active, levels));
   change_spi("bcm2835_spi_setChipSelectPolarity", [cs, active](Spi_settings& settings) {
     if (cs == BCM2835_SPI_CS0) settings.active_level = active;
   });
@@ -157,12 +175,12 @@ void bcm2835_spi_transfern(char* buf, uint32_t len) {
 }
 
 void bcm2835_delay(unsigned int millis) {
-  log(Event_kind::delay_ms, millis);
+  log("delay_ms", std::to_string(millis));
   board().clock.wait(std::chrono::milliseconds(millis));
 }
 
 void bcm2835_delayMicroseconds(uint64_t micros) {
-  log(Event_kind::delay_us, micros);
+  log("delay_us", std::to_string(micros));
   board().clock.wait(std::chrono::microseconds(static_cast<std::int64_t>(micros)));
 }
 

@@ -81,8 +81,6 @@ struct Ensemble {
   After_tune acquired = std::nullopt;
   After_tune list = std::nullopt;  ///< the service list is complete
   After_tune time = std::nullopt;  ///< date and time were transmitted
-  After_tune frequency_info = std::nullopt;
-  After_tune announcement = std::nullopt;
   std::uint16_t list_version = 0;
   std::vector<Service> services = {};
 };

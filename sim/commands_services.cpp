@@ -13,14 +13,12 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr std::size_t label_bytes = 16;
-
 constexpr Time packet_interval = 400ms;
 constexpr std::uint32_t packets_kept = 32;
 
-std::vector<std::uint8_t> list_entry(const Service& service) {
+void append_entry(std::vector<std::uint8_t>& entry, const Service& service) {
+  constexpr std::size_t label_bytes = 16;
   constexpr std::size_t most_components = 15;
-  std::vector<std::uint8_t> entry;
   append(entry, service.id, 4);
   entry.push_back(join(std::uint8_t{0x80}, flag(service.is_linked, 6),
                        static_cast<std::uint8_t>((service.program_type & 0x1F) << 1),
@@ -41,80 +39,55 @@ std::vector<std::uint8_t> list_entry(const Service& service) {
                          flag(component.is_primary, 1), flag(component.is_scrambled, 0)));
     entry.push_back(join(std::uint8_t{0x5A}, flag(component.has_application_info, 0)));
   }
-  return entry;
 }
 
 Refusal get_service_list(Receiver& chip, Frame /*frame*/) {
-  const Ensemble* const ensemble = listed_ensemble(chip);
+  static const Ensemble nothing;
+  const Ensemble* const listed = listed_ensemble(chip);
+  const Ensemble& ensemble = listed != nullptr ? *listed : nothing;
   std::vector<std::uint8_t> list;
-  append(list, ensemble != nullptr ? ensemble->list_version : 0U, 2);
-  append(list, ensemble != nullptr ? ensemble->services.size() : 0U, 1);
+  append(list, ensemble.list_version, 2);
+  append(list, ensemble.services.size(), 1);
   list.insert(list.end(), 3, reserved_byte);
-  if (ensemble != nullptr) {
-    for (const Service& service : ensemble->services) {
-      const auto entry = list_entry(service);
-      list.insert(list.end(), entry.begin(), entry.end());
-    }
-  }
+  for (const Service& service : ensemble.services) append_entry(list, service);
   append(chip.reply, list.size(), 2);
   chip.reply.insert(chip.reply.end(), list.begin(), list.end());
   return nullptr;
 }
 
-/// The service a start or stop command names, of the type and with the component it names; null
-/// with the reason in `refusal`.
-const Service* named_service(const Receiver& chip, Frame frame, Refusal& refusal) {
+/// Why a start or stop command cannot be meant; null when it names a component on the air.
+Refusal check_named(const Receiver& chip, Frame frame) {
   const Ensemble* const ensemble = listed_ensemble(chip);
-  if (ensemble == nullptr) {
-    refusal = "no service list has been received";
-    return nullptr;
-  }
+  if (ensemble == nullptr) return "no service list has been received";
   const auto service = std::ranges::find(ensemble->services, number_at(frame, 4, 4), &Service::id);
-  if (service == ensemble->services.end()) {
-    refusal = "no such service in the ensemble";
-    return nullptr;
-  }
-  const auto component = std::ranges::find_if(
-      service->components,
-      [wanted = number_at(frame, 8, 4)](const Component& one) { return one.word() == wanted; });
-  if (component == service->components.end()) {
-    refusal = "no such component in the service";
-    return nullptr;
-  }
+  if (service == ensemble->services.end()) return "no such service in the ensemble";
+  const auto component =
+      std::ranges::find(service->components, number_at(frame, 8, 4), &Component::word);
+  if (component == service->components.end()) return "no such component in the service";
   if (frame[1] != (service->is_data ? 1 : 0) || !is_all_zero(frame.subspan(2, 2))) {
-    refusal = "service type does not fit the service";
-    return nullptr;
+    return "service type does not fit the service";
   }
-  if (component->is_scrambled) {
-    refusal = "the component is scrambled";
-    return nullptr;
-  }
-  refusal = nullptr;
-  return &*service;
+  return component->is_scrambled ? "the component is scrambled" : nullptr;
 }
 
 Refusal start_service(Receiver& chip, Frame frame) {
-  Refusal refusal = nullptr;
-  if (named_service(chip, frame, refusal) != nullptr) {
-    chip.state.is_playing = true;
-    chip.state.service_id = number_at(frame, 4, 4);
-    chip.state.component_id = number_at(frame, 8, 4);
-    chip.state.playing_since = chip.now();
-    chip.state.packets_taken = 0;
-  }
-  return refusal;
+  if (const Refusal refusal = check_named(chip, frame)) return refusal;
+  chip.state.is_playing = true;
+  chip.state.service_id = number_at(frame, 4, 4);
+  chip.state.component_id = number_at(frame, 8, 4);
+  chip.state.playing_since = chip.now();
+  chip.state.packets_taken = 0;
+  return nullptr;
 }
 
 Refusal stop_service(Receiver& chip, Frame frame) {
-  Refusal refusal = nullptr;
-  if (named_service(chip, frame, refusal) != nullptr) {
-    if (!chip.state.is_playing || chip.state.service_id != number_at(frame, 4, 4) ||
-        chip.state.component_id != number_at(frame, 8, 4)) {
-      return "the service is not playing";
-    }
-    chip.state.is_playing = false;
+  if (const Refusal refusal = check_named(chip, frame)) return refusal;
+  if (!chip.state.is_playing || chip.state.service_id != number_at(frame, 4, 4) ||
+      chip.state.component_id != number_at(frame, 8, 4)) {
+    return "the service is not playing";
   }
-  return refusal;
+  chip.state.is_playing = false;
+  return nullptr;
 }
 
 /// The service that plays; null also when it left the air meanwhile.
@@ -156,8 +129,6 @@ std::vector<std::uint8_t> packet_at(const Service& service, std::uint32_t packet
 Refusal get_service_data(Receiver& chip, Frame /*frame*/) {
   constexpr std::uint8_t reserved_flags = 0xFC;
   constexpr std::uint8_t source_text = 2;
-  constexpr std::uint8_t state_playing = 1;
-  constexpr std::uint8_t state_stopped = 0;
   Receiver_state& state = chip.state;
   const Service* const service = playing_service(chip);
   const std::uint32_t arrived = packets_arrived(chip);
@@ -171,9 +142,8 @@ Refusal get_service_data(Receiver& chip, Frame /*frame*/) {
   }
   auto& out = chip.reply;
   out.push_back(join(reserved_flags, flag(has_overflowed, 1), flag(is_ready, 0)));
-  out.push_back(is_ready ? static_cast<std::uint8_t>(arrived - state.packets_taken)
-                         : std::uint8_t{0});
-  out.push_back(state.is_playing ? state_playing : state_stopped);
+  append(out, is_ready ? arrived - state.packets_taken : 0U, 1);
+  out.push_back(flag(state.is_playing, 0));
   out.push_back(std::uint8_t{source_text << 6});
   append(out, state.is_playing ? state.service_id : 0U, 4);
   append(out, state.is_playing ? state.component_id : 0U, 4);
@@ -197,8 +167,7 @@ constexpr auto commands = std::to_array<Command>({
 std::span<const Command> service_commands() { return commands; }
 
 Interrupts service_interrupts(const Receiver& chip) {
-  constexpr unsigned data_component = 4;
-  return {.status0 = flag(packets_arrived(chip) > chip.state.packets_taken, data_component)};
+  return {.status0 = flag(packets_arrived(chip) > chip.state.packets_taken, 4)};
 }
 
 }  // namespace sim

@@ -16,31 +16,14 @@
 
 namespace sim {
 
-enum class Event_kind : std::uint8_t {
-  init,
-  close,
-  fsel,  ///< numbers: pin, function (0 input, 1 output)
-  pud,   ///< numbers: pin, pull (0 off, 1 down, 2 up)
-  gpio,  ///< numbers: pin, level
-  spi_begin,
-  spi_end,
-  bit_order,    ///< number: 0 least, 1 most significant bit first
-  mode,         ///< number: SPI mode
-  divider,      ///< number: clock divider
-  cs,           ///< number: chip select
-  cs_polarity,  ///< numbers: chip select, active level
-  delay_ms,     ///< number: milliseconds
-  delay_us,     ///< number: microseconds
-  frame,        ///< one chip-select period: `sent` and `received`
-};
-
+/// A library call, or one chip-select period with the bytes both ways.
 struct Event {
-  Event_kind kind = Event_kind::init;
   Time at{};                                ///< simulated time at its beginning
-  std::uint64_t first = 0;                  ///< first number, where the kind has one
-  std::uint64_t second = 0;                 ///< second number, where the kind has two
+  std::string text = "frame";               ///< a call's name and numbers, the last often in words
   std::vector<std::uint8_t> sent = {};      ///< frames: MOSI, whole
   std::vector<std::uint8_t> received = {};  ///< frames: MISO, as long as `sent`
+
+  bool is_frame() const { return text == "frame"; }
 };
 
 /// Short stable text of an event, for expectations in tests: "init", "fsel 23 out",

@@ -101,9 +101,8 @@ std::uint32_t Peripherals::read(std::size_t word) {
            (receive_.empty() ? 0 : receive_has_data) |
            (transmit_.size() < fifo_bytes ? transmit_has_room : 0);
   }
-  if (word != fifo_word) return other_words_.at(word);
-  if (receive_.empty()) {
-    board_.report_violation("the receive FIFO was read while empty");
+  if (word != fifo_word || receive_.empty()) {
+    board_.report_violation("a register other than CS was read, or the receive FIFO while empty");
     return 0;
   }
   const std::uint8_t byte = receive_.front();
@@ -114,12 +113,11 @@ std::uint32_t Peripherals::read(std::size_t word) {
 void Peripherals::write(std::size_t word, std::uint32_t value) {
   if (word == control_word) {
     write_control(value);
-  } else if (word != fifo_word) {
-    other_words_.at(word) = value;
-  } else if (transmit_.size() < fifo_bytes) {
+  } else if (word == fifo_word && transmit_.size() < fifo_bytes) {
     transmit_.push_back(static_cast<std::uint8_t>(value));
   } else {
-    board_.report_violation("a byte was written to a full transmit FIFO and lost");
+    board_.report_violation(
+        "a byte was written to another register, or to a full transmit FIFO, and lost");
   }
 }
 
@@ -141,8 +139,7 @@ void Peripherals::end_frame() {
     board_.report_violation("chip select was released before the last byte was out");
   }
   if (device_ != nullptr) device_->deselect();
-  board_.log({.kind = Event_kind::frame,
-              .at = frame_began_,
+  board_.log({.at = frame_began_,
               .sent = std::exchange(sent_, {}),
               .received = std::exchange(received_, {})});
   if (device_ == nullptr) {

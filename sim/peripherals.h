@@ -5,7 +5,6 @@
 // FIFOs, and the shift register between them; chip select follows its TA bit.
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <deque>
@@ -51,9 +50,8 @@ class Peripherals {
   const Spi_settings& spi_settings() const { return settings_; }
   void set_spi(const Spi_settings& settings);
 
-  /// SPI0's registers by word number; those that are not modelled hold what is written. A read of
-  /// CS lets the shift register move on by one byte, the pace at which a program that polls it
-  /// sees the FIFOs fill and drain.
+  /// SPI0's registers CS and FIFO by word number. A read of CS lets the shift register move on by
+  /// one byte, the pace at which a program that polls it sees the FIFOs fill and drain.
   std::uint32_t read(std::size_t word);
   void write(std::size_t word, std::uint32_t value);
 
@@ -74,7 +72,6 @@ class Peripherals {
   Spi_device* device_ = nullptr;  ///< null: nobody hears, and MISO is not driven
 
   std::uint32_t control_ = 0;
-  std::array<std::uint32_t, words> other_words_{};
   std::deque<std::uint8_t> transmit_;
   std::deque<std::uint8_t> receive_;
   std::vector<std::uint8_t> sent_;

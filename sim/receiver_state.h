@@ -61,7 +61,6 @@ struct Receiver_state {
   std::uint32_t packets_taken = 0;
 
   bool has_hit_band_limit = false;
-  Time rds_seen_at{};  ///< RDS interrupts are acknowledged up to here
   std::uint32_t groups_taken = 0;
 
   std::map<std::uint16_t, std::uint16_t> properties;  ///< those written since boot

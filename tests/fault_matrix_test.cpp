@@ -134,7 +134,7 @@ std::vector<Place> find_places() {
   std::map<std::uint8_t, int> exchanges;
   Place place;
   for (const auto& event : sim::events()) {
-    if (event.kind != sim::Event_kind::frame) continue;
+    if (!event.is_frame()) continue;
     const auto opcode = event.sent[0];
     const bool is_tune = place.opcode == 0xB0 || place.opcode == 0x30 || place.opcode == 0x31;
     if (opcode != 0) {
@@ -320,15 +320,12 @@ std::string Fault_matrix::judge(const std::string& output) const {
 std::string Fault_matrix::boot_again() {
   auto chip = sim::board().receiver.state;
   for (auto* time : {&chip.busy_until, &chip.signal_since, &chip.tuned_at, &chip.complete_at, &chip.signal_seen_at,
-                     &chip.events_seen_at, &chip.playing_since, &chip.rds_seen_at}) {
+                     &chip.events_seen_at, &chip.playing_since}) {
     *time = {};
   }
   auto state = sim::serialise({.chip = chip});
   for (const auto& event : sim::events()) {
-    using enum sim::Event_kind;
-    if (event.kind == gpio || event.kind == spi_begin || event.kind == spi_end) {
-      state += to_string(event);
-    }
+    if (event.text.starts_with("gpio") || event.text.starts_with("spi_")) state += event.text;
   }
   const auto hash = std::hash<std::string>{}(state);
   if (is_remembered(hash)) return "";
