@@ -33,21 +33,13 @@ using Board_files = std::map<std::string, std::string>;
 Board_files default_board_files();
 
 struct Settings {
-  /// The board's directory: chip state and board files, kept between runs. It
-  /// is made (mode 0700) when it is missing; its parent must exist. Empty:
-  /// nothing outlives the process.
+  /// Receiver state and board files, kept between runs; made (mode 0700) when it is
+  /// missing, but not its parent. Empty: nothing outlives the process.
   std::filesystem::path directory = {};
-
-  /// Without a directory: the board's files; a path that is absent is a
-  /// missing file. With a directory the files in it count, not these.
+  /// The files of a new board, by path on the board.
   Board_files board_files = default_board_files();
-
-  /// Delays take no real time. False: they sleep.
-  bool virtual_clock = true;
-
-  /// File for the readable trace, overwritten; empty: no trace.
-  std::filesystem::path trace = {};
-
+  bool virtual_clock = true;         ///< delays take no real time
+  std::filesystem::path trace = {};  ///< overwritten; empty: no trace
   std::vector<Fault> faults = {};
 };
 

@@ -169,13 +169,13 @@ const Ensemble* listed_ensemble(const Receiver& chip) {
   return has_happened(chip, received(chip).list) ? &received(chip) : nullptr;
 }
 
-Interrupts dab_interrupts(const Receiver& chip) {
+unsigned dab_interrupts(const Receiver& chip) {
   const Receiver_state& state = chip.state;
   const Ensemble& here = received(chip);
   const bool has_link_changed = is_pending_after_tune(chip, here.acquired, state.signal_seen_at) ||
                                 is_pending_after_tune(chip, fic_error(here), state.signal_seen_at);
   const bool has_list = is_pending_after_tune(chip, here.list, state.events_seen_at);
-  return {.status0 = flag(has_link_changed, 5), .status1 = flag(has_list, 5)};
+  return flag(has_link_changed, 5) | unsigned{flag(has_list, 5)} << 8;
 }
 
 }  // namespace sim

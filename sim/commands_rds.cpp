@@ -21,7 +21,7 @@ constexpr Time group_time = 87'579us;
 constexpr Time sync_time = 150ms;
 constexpr std::uint32_t fifo_groups = 14;
 
-constexpr std::uint16_t fifo_level_property = 0x3C01;
+constexpr std::uint32_t full_fifo_groups = 10;  // raises the flag
 constexpr std::uint16_t decoder_property = 0x3C02;
 constexpr std::uint16_t emphasis_property = 0x3900;
 constexpr std::uint16_t decoder_on = 0x0001;
@@ -234,7 +234,7 @@ Refusal rds_status(Receiver& chip, Frame /*frame*/) {
   const bool is_in = now.is_synchronized;  // nothing acknowledges that it was not
   auto& out = chip.reply;
   out.push_back(join(reserved_interrupts, flag(is_in, 4), flag(is_in, 3), flag(is_in, 1),
-                     flag(kept >= property(state, fifo_level_property) && kept > 0, 0)));
+                     flag(kept >= full_fifo_groups, 0)));
   out.push_back(
       join(reserved_states, flag(is_in, 4), flag(is_in, 3), flag(is_in, 1), flag(has_overrun, 0)));
   const auto pty = static_cast<std::uint8_t>(station.pty & 0x1F);
@@ -261,8 +261,6 @@ constexpr auto commands = std::to_array<Command>({
 
 std::span<const Command> rds_commands() { return commands; }
 
-Interrupts rds_interrupts(const Receiver& chip) {
-  return {.status0 = flag(rds(chip).waiting > 0, 2)};
-}
+unsigned rds_interrupts(const Receiver& chip) { return flag(rds(chip).waiting > 0, 2); }
 
 }  // namespace sim

@@ -166,8 +166,8 @@ constexpr auto commands = std::to_array<Command>({
 
 std::span<const Command> service_commands() { return commands; }
 
-Interrupts service_interrupts(const Receiver& chip) {
-  return {.status0 = flag(packets_arrived(chip) > chip.state.packets_taken, 4)};
+unsigned service_interrupts(const Receiver& chip) {
+  return flag(packets_arrived(chip) > chip.state.packets_taken, 4);
 }
 
 }  // namespace sim

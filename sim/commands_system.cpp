@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// Power-up, loading and boot, and what the chip says about itself.
+// Power-up, loading and boot, what the chip says about itself, and its properties.
 #include <algorithm>
 #include <array>
 
@@ -93,6 +93,48 @@ Refusal get_func_info(Receiver& chip, Frame /*frame*/) {
   return nullptr;
 }
 
+// Properties: 16-bit values with defaults and limits.
+struct Property {
+  std::uint16_t id;
+  std::uint16_t initial;
+  std::uint16_t highest;
+  std::uint8_t exists_in;
+};
+
+constexpr auto properties = std::to_array<Property>({
+    {0x0200, 0x8000, 0xFFFF, in_firmware},  // digital output: clock source
+    {0x0202, 0x1800, 0xFFFF, in_firmware},  // digital output: format
+    {0x0300, 63, 63, in_firmware},          // analogue volume
+    {0x0301, 0, 3, in_firmware},            // mute, one bit per channel
+    {0x0800, 1, 0x8003, in_firmware},       // pins: analogue, I2S, interrupt
+    {0x3900, 0, 0xFFFF, in_fmhd},           // audio de-emphasis
+    {0x3C02, 0, 0x00F1, in_fmhd},           // RDS decoder
+    {0xB400, 5, 0xFFFF, in_dab},            // programme associated data
+});
+
+const Property* find_property(const Receiver_state& state, std::uint32_t id) {
+  const std::uint8_t firmware = state.firmware == Firmware::dab ? in_dab : in_fmhd;
+  const auto* const found = std::ranges::find(properties, id, &Property::id);
+  return found != properties.end() && (found->exists_in & firmware) != 0 ? found : nullptr;
+}
+
+Refusal set_property(Receiver& chip, Frame frame) {
+  const Property* const row = find_property(chip.state, number_at(frame, 2, 2));
+  if (row == nullptr) return "no such property";
+  const std::uint32_t value = number_at(frame, 4, 2);
+  if (value > row->highest) return "value out of the property's range";
+  chip.state.properties[row->id] = static_cast<std::uint16_t>(value);
+  return nullptr;
+}
+
+Refusal get_property(Receiver& chip, Frame frame) {
+  if (frame[1] != 1) return "not asked for exactly one property";
+  const Property* const row = find_property(chip.state, number_at(frame, 2, 2));
+  if (row == nullptr) return "no such property";
+  append(chip.reply, property(chip.state, row->id), 2);
+  return nullptr;
+}
+
 // Clear-to-send comes sooner than on silicon, which boots for tens of milliseconds: nothing here
 // loads slower than the bus, so that what a boot costs is the host's doing.
 constexpr auto commands = std::to_array<Command>({
@@ -103,6 +145,8 @@ constexpr auto commands = std::to_array<Command>({
     {0x08, "GET_PART_INFO", 0x00, 2, 2, when_powered, 20us, get_part_info},
     {0x09, "GET_SYS_STATE", 0x00, 2, 2, when_powered, 0us, get_sys_state},
     {0x12, "GET_FUNC_INFO", 0x00, 2, 2, in_firmware, 0us, get_func_info},
+    {0x13, "SET_PROPERTY", 0x00, 6, 6, in_firmware, 30us, set_property},
+    {0x14, "GET_PROPERTY", 0x01, 4, 4, in_firmware, 0us, get_property},
 });
 
 }  // namespace
@@ -118,6 +162,13 @@ void start_firmware(Receiver_state& state, Firmware firmware) {
     const auto& blocks = band_iii_khz();
     state.frequencies.assign(blocks.begin(), blocks.end());
   }
+}
+
+std::uint16_t property(const Receiver_state& state, std::uint16_t id) {
+  const auto written = state.properties.find(id);
+  if (written != state.properties.end()) return written->second;
+  const Property* const row = find_property(state, id);
+  return row != nullptr ? row->initial : std::uint16_t{0};
 }
 
 }  // namespace sim

@@ -66,15 +66,9 @@ Trace::Trace(const std::filesystem::path& path) {
 }
 
 void Trace::event(const Event& event) {
-  constexpr std::uint8_t load_opcode = 0x04;
-  constexpr std::size_t load_header_bytes = 4;
   if (file_ == nullptr) return;
-  line(event.at, event.is_frame() ? frame_text(event, frames_) : event.text);
-  frames_ += event.is_frame() ? 1 : 0;
+  line(event.at, event.is_frame() ? frame_text(event, frames_++) : event.text);
   delays_ += event.text.starts_with("delay") ? 1 : 0;
-  if (event.sent.size() > load_header_bytes && event.sent[0] == load_opcode) {
-    image_bytes_ += event.sent.size() - load_header_bytes;
-  }
 }
 
 void Trace::violation(Time at, const std::string& text) {
@@ -85,8 +79,7 @@ void Trace::summary(Time at, Time waited, Time on_wire, std::uint64_t wire_bytes
   if (file_ == nullptr) return;
   line(at, "summary: " + seconds(waited) + " s in " + std::to_string(delays_) + " delays, " +
                seconds(on_wire) + " s for " + std::to_string(wire_bytes) + " bytes in " +
-               std::to_string(frames_) + " frames" +
-               (image_bytes_ == 0 ? "" : ", " + std::to_string(image_bytes_) + " of them images"));
+               std::to_string(frames_) + " frames");
 }
 
 void Trace::line(Time at, const std::string& text) {

@@ -34,8 +34,7 @@ std::string to_string(const Event& event);
 /// Seconds with nanoseconds, such as "0.200001024".
 std::string seconds(Time time);
 
-/// The readable trace of a run: one line per event with simulated time, command
-/// names and bytes, violations, and a summary of where the time went.
+/// The readable trace of a run.
 class Trace {
  public:
   /// Begin the file anew. An empty path: nothing is traced. A file that cannot be
@@ -56,7 +55,6 @@ class Trace {
   std::unique_ptr<std::FILE, Closer> file_;
   std::uint64_t delays_ = 0;
   std::uint64_t frames_ = 0;
-  std::uint64_t image_bytes_ = 0;  ///< loaded by HOST_LOAD, without its headers
 };
 
 }  // namespace sim

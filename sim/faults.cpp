@@ -65,7 +65,7 @@ bool parse_place(std::string_view place, Fault& fault) {
     if (!opcode) return false;
     fault.opcode = static_cast<std::uint8_t>(*opcode);
     if (place.empty()) return true;
-  } else if (word != "frame" && word != "call") {
+  } else if (word != "frame") {
     return false;
   }
   fault.nth = parse_number(place, 10, std::numeric_limits<std::uint32_t>::max());
@@ -97,10 +97,8 @@ Fault_injector::Fault_injector(Receiver& receiver, const std::vector<Fault>& fau
   for (const Fault& fault : faults) armed_.push_back({.fault = fault});
 }
 
-bool Fault_injector::fails_call(Fault_kind kind, std::uint32_t call) const {
-  return std::ranges::any_of(armed_, [&](const Armed& armed) {
-    return armed.fault.kind == kind && armed.fault.nth.value_or(call) == call;
-  });
+bool Fault_injector::has(Fault_kind kind) const {
+  return std::ranges::any_of(armed_, [kind](const Armed& one) { return one.fault.kind == kind; });
 }
 
 void Fault_injector::select() {

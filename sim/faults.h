@@ -40,11 +40,10 @@ enum class Fault_kind : std::uint8_t {
 /// The name of a kind as KESTREL_SIM_FAULT has it.
 std::string_view name_of(Fault_kind kind);
 
-/// One fault and where it strikes. Frames and calls count from 0 in each run.
+/// One fault and where it strikes. Frames count from 0 in each run.
 /// Neither `opcode` nor `nth`: every frame. Only `nth`: frame number `nth`.
 /// Only `opcode`: every frame that begins with it (0x00: every read). Both: the
-/// `nth` frame that begins with it. For no_board and no_spi `nth` counts calls
-/// of the library function and `opcode` is not looked at.
+/// `nth` frame that begins with it. no_board and no_spi strike every call.
 struct Fault {
   Fault_kind kind = Fault_kind::no_cts;
   std::optional<std::uint8_t> opcode = std::nullopt;
@@ -53,7 +52,7 @@ struct Fault {
 };
 
 /// Read one fault in the form KIND[:NUMBER][@PLACE], PLACE being `all`,
-/// `frame:N`, `call:N`, `opcode:XX` or `opcode:XX:N` with XX in hexadecimal.
+/// `frame:N`, `opcode:XX` or `opcode:XX:N` with XX in hexadecimal.
 /// Nothing when the text is not a fault.
 std::optional<Fault> parse_fault(std::string_view text);
 
@@ -66,8 +65,8 @@ class Fault_injector final : public Spi_device {
   void deselect() override;
   void reset_line(bool is_high) override { receiver_.reset_line(is_high); }
 
-  /// True when a fault of this kind (no_board, no_spi) makes call number `call` fail.
-  bool fails_call(Fault_kind kind, std::uint32_t call) const;
+  /// A fault of this kind is among the settings'.
+  bool has(Fault_kind kind) const;
 
  private:
   /// A fault that waits for its frame.

@@ -35,18 +35,14 @@ constexpr std::uint32_t computed_bits =
 }  // namespace
 
 bool Peripherals::map() {
-  is_mapped_ = board_.is_usable() && !board_.faults.fails_call(Fault_kind::no_board, init_calls_);
-  ++init_calls_;
+  is_mapped_ = board_.is_usable() && !board_.faults.has(Fault_kind::no_board);
   return is_mapped_;
 }
 
 bool Peripherals::unmap() { return std::exchange(is_mapped_, false); }
 
 bool Peripherals::begin_spi() {
-  if (!is_mapped("bcm2835_spi_begin") ||
-      board_.faults.fails_call(Fault_kind::no_spi, begin_calls_++)) {
-    return false;
-  }
+  if (!is_mapped("bcm2835_spi_begin") || board_.faults.has(Fault_kind::no_spi)) return false;
   has_spi_pins_ = true;
   // The library clears the whole control register; the clock divider is a register of its own.
   set_spi({.divider = settings_.divider});

@@ -64,8 +64,6 @@ class Peripherals {
   Board& board_;
   bool is_mapped_ = false;
   bool has_spi_pins_ = false;
-  std::uint32_t init_calls_ = 0;
-  std::uint32_t begin_calls_ = 0;
   bool reset_is_output_ = false;
   bool reset_level_;
   Spi_settings settings_;

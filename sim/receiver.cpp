@@ -26,14 +26,11 @@ std::uint8_t power_up_bits(Phase phase) {
   return phase == Phase::running ? firmware_runs : phase == Phase::loader ? loader_runs : 0x00;
 }
 
-Interrupts interrupts(const Receiver& chip) {
-  if (chip.state.phase != Phase::running) return {};
-  const bool is_dab = chip.state.firmware == Firmware::dab;
-  const Interrupts first = is_dab ? dab_interrupts(chip) : rds_interrupts(chip);
-  const Interrupts second = is_dab ? service_interrupts(chip) : Interrupts{};
+unsigned interrupts(const Receiver& chip) {
+  if (chip.state.phase != Phase::running) return 0;
   const bool is_complete = is_tune_complete(chip) && !chip.state.is_complete_acknowledged;
-  return {.status0 = join(first.status0, second.status0, flag(is_complete, 0)),
-          .status1 = join(first.status1, second.status1)};
+  if (chip.state.firmware == Firmware::fmhd) return flag(is_complete, 0) | rds_interrupts(chip);
+  return flag(is_complete, 0) | dab_interrupts(chip) | service_interrupts(chip);
 }
 
 Refusal check(const Receiver_state& state, const Command* command, Frame frame) {
@@ -105,9 +102,10 @@ std::uint8_t Receiver::status_byte(std::size_t number) const {
   switch (number) {
     case 0:
       if (!is_ready()) return 0;
-      return join(clear_to_send_bit, flag(state.has_command_error, 6), interrupts(*this).status0);
+      return join(clear_to_send_bit, flag(state.has_command_error, 6),
+                  static_cast<std::uint8_t>(interrupts(*this)));
     case 1:
-      return interrupts(*this).status1;
+      return static_cast<std::uint8_t>(interrupts(*this) >> 8);
     case 2:
       return 0;
     default:
@@ -143,8 +141,8 @@ void Receiver::run_command() {
 }
 
 const Command* find_command(std::uint8_t opcode) {
-  for (const auto commands : {system_commands(), property_commands(), dab_commands(),
-                              service_commands(), fm_commands(), rds_commands()}) {
+  for (const auto commands :
+       {system_commands(), dab_commands(), service_commands(), fm_commands(), rds_commands()}) {
     const auto found = std::ranges::find(commands, opcode, &Command::opcode);
     if (found != commands.end()) return &*found;
   }

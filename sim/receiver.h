@@ -109,7 +109,6 @@ struct Command {
 };
 
 std::span<const Command> system_commands();
-std::span<const Command> property_commands();
 std::span<const Command> dab_commands();
 std::span<const Command> service_commands();
 std::span<const Command> fm_commands();
@@ -137,8 +136,7 @@ bool is_tune_complete(const Receiver& chip);
 /// bit 3 for the signal's interrupts, bit 0 for the completed tune.
 void acknowledge_signal(Receiver& chip, Frame frame);
 
-/// Something that happened at `at` has not been acknowledged since: `seen` is
-/// the time of the last acknowledgement.
+/// Something happened at `at`, later than the last acknowledgement at `seen`.
 bool is_pending(const Receiver& chip, Time at, Time seen);
 
 /// The ensemble whose service list the receiver holds, or null.
@@ -147,20 +145,16 @@ const Ensemble* listed_ensemble(const Receiver& chip);
 /// FM reception at the tuned frequency: noise where no station is.
 struct Fm_reception {
   Fm_station station;
-  bool is_valid = false;           ///< tuned, and RSSI and SNR reach the properties' thresholds
+  bool is_valid = false;           ///< tuned, and strong enough to be found by a seek
   bool is_beside_station = false;  ///< a station is near enough to pull the tuner
 };
 Fm_reception fm_reception(const Receiver& chip);
 
-/// Interrupt bits for STATUS0 and STATUS1 that the DAB, service and FM halves
-/// contribute under their own firmware.
-struct Interrupts {
-  std::uint8_t status0 = 0;
-  std::uint8_t status1 = 0;
-};
-Interrupts dab_interrupts(const Receiver& chip);
-Interrupts service_interrupts(const Receiver& chip);
-Interrupts rds_interrupts(const Receiver& chip);
+/// Interrupt bits that the DAB, service and FM halves contribute under their own
+/// firmware: STATUS0 in the low byte, STATUS1 in the high one.
+unsigned dab_interrupts(const Receiver& chip);
+unsigned service_interrupts(const Receiver& chip);
+unsigned rds_interrupts(const Receiver& chip);
 
 /// Reserved bits and bytes of replies do not read as zero here, so that a host
 /// that looks at one shows it.
