@@ -19,7 +19,7 @@ class Clock {
   Clock(bool is_virtual, Time now);
 
   /// Simulated time since the board was first switched on.
-  [[nodiscard]] Time now() const { return now_; }
+  Time now() const { return now_; }
 
   /// Time passes without the program's doing: a byte on the wire.
   void advance(Time duration);
@@ -29,10 +29,10 @@ class Clock {
   void wait(Time duration);
 
   /// Sum of all wait() durations.
-  [[nodiscard]] Time waited() const { return waited_; }
+  Time waited() const { return waited_; }
 
   /// The time of day in the simulated world at `at`.
-  [[nodiscard]] std::chrono::sys_seconds utc(Time at) const;
+  std::chrono::sys_seconds utc(Time at) const;
 
  private:
   bool is_virtual_;
