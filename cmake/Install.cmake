@@ -13,7 +13,7 @@ if(TARGET kestrelctl)
     FILES completion/kestrelctl.bash
     DESTINATION "${CMAKE_INSTALL_DATADIR}/bash-completion/completions"
     RENAME kestrelctl)
-  install(FILES completion/_kestrelctl DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
+  install(FILES completion/_kestrelctl DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 endif()
 
 # bash-completion looks for a file of the program's name: one is a link to the other.
@@ -26,7 +26,7 @@ install(
   DESTINATION "${bash_completions}"
   RENAME kestrel)
 install(FILES "${bash_link}" DESTINATION "${bash_completions}")
-install(FILES completion/_kestrel DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
+install(FILES completion/_kestrel DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/site-functions")
 
 # The folders stay, so that the links between the documents hold.
 install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
