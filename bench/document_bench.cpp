@@ -83,10 +83,10 @@ std::string saved_text(Ensemble_list& ensembles) {
 }
 
 /// The values of every service, as the library's document needs them, too.
-void decode(const Ensemble_list& ensembles) {
+void decode(Ensemble_list& ensembles) {
   Si468x_service_data service;
   Si468x_DAB_component component;
-  for (const auto& list : ensembles.service_list) {
+  for (auto& list : ensembles.service_list) {
     for (unsigned char i = 0; service.get_service(&list, i) == 0; ++i) {
       (void)component.get_component(&service, 0);
       benchmark::DoNotOptimize(service);
@@ -117,7 +117,7 @@ void scan_file_without_components(benchmark::State& state) {
 }
 
 void service_list(benchmark::State& state) {
-  const Service_list source(static_cast<int>(state.range(0)), 0);
+  Service_list source(static_cast<int>(state.range(0)), 0);
   for (auto _ : state) {
     std::stringstream out;
     (void)source.list.json_print_data(out);

@@ -10,9 +10,6 @@ set(packaging "${CPACK_KESTREL_SOURCE_DIR}/packaging")
 
 file(COPY "${packaging}/copyright" DESTINATION "${documents}")
 
-# Where zsh looks below /usr in Debian; cmake --install puts them where it looks below /usr/local.
-file(RENAME "${usr}/share/zsh/site-functions" "${usr}/share/zsh/vendor-completions")
-
 # The newest section of the changelog. The date is that of SOURCE_DATE_EPOCH when it is set.
 file(READ "${CPACK_KESTREL_SOURCE_DIR}/CHANGELOG.md" changes)
 string(REGEX REPLACE "^[^#]*# [^\n]*\n+## [^\n]*\n+" "" changes "${changes}")

@@ -14,11 +14,20 @@ target_compile_options(
             $<$<COMPILE_LANGUAGE:CXX>:-Wformat>
             $<$<COMPILE_LANGUAGE:CXX>:-Werror=format-security>)
 target_link_options(kestrel_hardening INTERFACE LINKER:-z,relro LINKER:-z,now LINKER:-z,noexecstack)
-# _FORTIFY_SOURCE does nothing without optimisation, and the sanitizers check more than it does.
+target_compile_definitions(kestrel_hardening
+                           INTERFACE $<$<COMPILE_LANGUAGE:CXX>:_GLIBCXX_ASSERTIONS>)
+# _FORTIFY_SOURCE does nothing without optimisation, and the sanitizers check more than it does. The
+# system's headers warn of a level that the compiler does not have.
 if(NOT KESTREL_SANITIZE)
+  include(CheckCXXSourceCompiles)
+  set(CMAKE_REQUIRED_FLAGS "-O2 -Werror -U_FORTIFY_SOURCE -D_FORTIFY_SOURCE=3")
+  check_cxx_source_compiles("#include <cstdio>\nint main() {}" KESTREL_HAS_FORTIFY_3)
+  unset(CMAKE_REQUIRED_FLAGS)
   target_compile_definitions(
     kestrel_hardening
-    INTERFACE $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<NOT:$<CONFIG:Debug>>>:_FORTIFY_SOURCE=2>)
+    INTERFACE
+      $<$<AND:$<COMPILE_LANGUAGE:CXX>,$<NOT:$<CONFIG:Debug>>>:_FORTIFY_SOURCE=$<IF:$<BOOL:${KESTREL_HAS_FORTIFY_3}>,3,2>>
+  )
 endif()
 
 include(CheckCXXCompilerFlag)

@@ -15,7 +15,10 @@ of a Raspberry Pi, over SPI. It reports reception, services, station text and
 RDS, as text or JSON, and scans the band into a file. The receiver plays on
 when the program has ended.
 
-kestrel-sim is the same program on a simulated board, which any machine has.")
+kestrelctl is the radio for every day: stations by name, presets, volume. It
+brings a service that plays the last station from boot on, and leaves it off.
+
+kestrel-sim is kestrel on a simulated board, which any machine has.")
 get_property(stand_ins GLOBAL PROPERTY KESTREL_STAND_INS)
 if(stand_ins)
   string(APPEND version "+standin")
@@ -46,6 +49,13 @@ set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
 set(CPACK_DEBIAN_PACKAGE_SECTION hamradio)
 set(CPACK_DEBIAN_PACKAGE_DESCRIPTION "${description}")
 set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+# Of Install.cmake, as names.
+list(TRANSFORM units REPLACE ".*/" "")
+list(JOIN units " " KESTREL_UNITS)
+foreach(script postinst prerm postrm)
+  configure_file("packaging/${script}" "package/${script}" @ONLY)
+  list(APPEND CPACK_DEBIAN_PACKAGE_CONTROL_EXTRA "${PROJECT_BINARY_DIR}/package/${script}")
+endforeach()
 if(CMAKE_CROSSCOMPILING)
   # Of the toolchain file; otherwise it is the architecture of this machine.
   set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE "${debian_architecture}")

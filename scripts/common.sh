@@ -1,7 +1,7 @@
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
 # Sourced by the scripts beside it: the repository's root as the current directory, `as_root` for what
-# needs privileges, and `need` for Debian packages that may be missing.
+# needs privileges, `need` for Debian packages that may be missing, and an owner for what is built.
 
 set -euo pipefail
 cd "$(dirname "${BASH_SOURCE[0]}")/.."
@@ -32,4 +32,13 @@ need() {
 }
 
 # What every build takes.
-need_build_tools() { need g++ cmake make libbcm2835-dev libcli11-dev libfmt-dev libutf8proc-dev nlohmann-json3-dev; }
+need_build_tools() {
+  need g++ cmake make libbcm2835-dev libcli11-dev libfmt-dev libutf8proc-dev nlohmann-json3-dev
+}
+
+# What root has made in build/ is given to the owner of the repository, who may want to delete it.
+give_build_back() {
+  [ -z "$(find build ! -uid "$(stat -c %u .)" -print -quit 2>/dev/null)" ] ||
+    as_root chown -R --reference=. build
+}
+trap give_build_back EXIT

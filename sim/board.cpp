@@ -4,7 +4,6 @@
 #include "sim/board.h"
 
 #include <memory>
-#include <utility>
 
 #include "si468x/board_file.h"
 #include "sim/world.h"
@@ -81,13 +80,7 @@ const std::vector<std::string>& violations() { return world().violations(); }
 
 Air& air() { return world().air(); }
 
-void set_utc(std::chrono::sys_seconds utc) { world().clock().set_utc(utc); }
-
 void pass_time(std::chrono::nanoseconds duration) { world().clock().advance(duration); }
-
-void override_reply(std::uint8_t opcode, std::vector<std::uint8_t> data, std::uint32_t times) {
-  world().receiver().override_reply(opcode, std::move(data), times);
-}
 
 void set_booted(bool dab) {
   Chip_state state;

@@ -9,7 +9,6 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
-#include <limits>
 #include <map>
 #include <optional>
 #include <string>
@@ -93,20 +92,12 @@ void clear_events();
 
 // -- Steering the world -----------------------------------------------------
 
-/// What is on the air, free to change at any time; power_on() restores it.
+/// What is on the air, free to change at any time; power_on() restores it. On a
+/// board with a directory the file antenna_out decides on `has_antenna`.
 [[nodiscard]] Air& air();
-
-/// The time of day that stations transmit, from now on; it then runs with
-/// simulated time.
-void set_utc(std::chrono::sys_seconds utc);
 
 /// Let simulated time pass, as if the program had waited (no event is logged).
 void pass_time(std::chrono::nanoseconds duration);
-
-/// Answer the next `times` commands with `opcode` with `data` as the reply data
-/// (what the host reads from byte 5 on); the command still does its work.
-void override_reply(std::uint8_t opcode, std::vector<std::uint8_t> data,
-                    std::uint32_t times = std::numeric_limits<std::uint32_t>::max());
 
 /// Skip the loading: the receiver runs the DAB (true) or FM-HD (false) firmware
 /// with its defaults, as after a boot, and the reset line is high.

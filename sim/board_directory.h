@@ -36,8 +36,7 @@ class Descriptor {
 class Board_directory {
  public:
   /// Open the directory, or make it (mode 0700; its parent must exist). One line
-  /// on standard error and is_open() false when it is a symbolic link, no
-  /// directory, another user's, or writable by others.
+  /// on standard error and is_open() false when that fails.
   explicit Board_directory(const std::filesystem::path& path);
 
   [[nodiscard]] bool is_open() const { return directory_.is_open(); }
@@ -48,6 +47,8 @@ class Board_directory {
 
   /// True when no state was ever saved here: the board is new.
   [[nodiscard]] bool is_new() const;
+
+  [[nodiscard]] bool has_file(const char* name) const;
 
   /// Replace the state file in one step: whoever reads it, at whatever moment
   /// this process dies, finds the old or the new state whole.

@@ -34,6 +34,15 @@ struct Component {
   [[nodiscard]] std::uint16_t word() const;
 };
 
+/// A text as a station sends it. A DAB station repeats it for as long as it lasts.
+struct Text {
+  std::string characters = {};  ///< in the character set; DAB: up to 128 bytes, FM: up to 64
+  std::string title = {};       ///< the part of it that is tagged as the title; empty: none
+  std::string artist = {};      ///< the part of it that is tagged as the artist; empty: none
+  std::uint8_t charset = 0;     ///< DAB only: 0 EBU Latin, 6 UCS-2, 15 UTF-8
+  std::chrono::milliseconds lasts = std::chrono::seconds(12);  ///< DAB; FM texts take 21 s
+};
+
 struct Service {
   std::uint32_t id =
       0;  ///< audio: 16 bits, country id in 15..12; data: ECC 31..24, country id 23..20
@@ -45,7 +54,7 @@ struct Service {
   std::uint8_t ca_id = 0;
   std::uint8_t charset = 0;
   std::vector<Component> components = {};
-  std::vector<std::string> texts = {};  ///< dynamic label texts, sent in turn
+  std::vector<Text> texts = {};  ///< sent in turn; one without characters clears the display
 };
 
 /// A signal in a DAB block. One without services is a carrier that is no
@@ -83,12 +92,19 @@ struct Fm_station {
   std::uint16_t pi = 0;
   std::uint8_t pty = 0;  ///< 0..31
   bool tp = false;
+  bool ta = false;
   std::string ps = {};                               ///< programme service name, up to 8 characters
-  std::string text = {};                             ///< radiotext, up to 64 characters
+  std::vector<Text> texts = {};                      ///< radiotexts, sent in turn
   std::vector<std::uint32_t> alternatives_khz = {};  ///< up to 8 alternative frequencies
+  std::int8_t half_hours_east = 2;                   ///< local time minus UTC
 };
 
 struct Air {
+  bool has_antenna = true;  ///< false: nothing but noise reaches the receiver
+  /// Percent of the blocks of RDS groups that cannot be corrected: they arrive as noise at error
+  /// level 3. The seed says which.
+  unsigned rds_errors_percent = 0;
+  std::uint32_t rds_error_seed = 0;
   std::vector<Ensemble> ensembles = {};
   std::vector<Fm_station> stations = {};
 };

@@ -16,13 +16,29 @@ constexpr std::uint8_t mpeg_audio = 0;
 constexpr std::uint8_t object_transfer = 60;
 constexpr std::uint8_t transparent_channel = 5;
 constexpr std::uint8_t internet_protocol = 59;
+constexpr std::uint8_t ucs2 = 6;
 constexpr std::uint8_t utf8 = 15;
+
+/// As long as a text can be: eight segments of 16 characters.
+constexpr const char* longest_text =
+    "Traffic at ten past the hour: slow between Lindwil and Altmoor, the ferry to Brunnau waits, "
+    "and the pass is closed until Monday.";
+
+/// UCS-2 as it is transmitted, the high byte first.
+std::string big_endian(std::u16string_view text) {
+  std::string bytes;
+  for (const char16_t character : text) {
+    bytes += static_cast<char>(character >> 8);
+    bytes += static_cast<char>(character & 0xFF);
+  }
+  return bytes;
+}
 
 /// A DAB+ service with one stream; its label is also what it transmits when it has no texts.
 Service audio(std::uint32_t id, std::string label, std::uint8_t program_type,
-              std::uint16_t sub_channel, std::vector<std::string> texts = {}) {
+              std::uint16_t sub_channel, std::vector<Text> texts = {}) {
   if (texts.empty()) {
-    texts.push_back(label);
+    texts.push_back({label});
   }
   return {.id = id,
           .label = std::move(label),
@@ -32,11 +48,7 @@ Service audio(std::uint32_t id, std::string label, std::uint8_t program_type,
 }
 
 Service data(std::uint32_t id, std::string label, Component component) {
-  return {.id = id,
-          .is_data = true,
-          .label = std::move(label),
-          .components = {component},
-          .texts = {"\x01\x02\x03"}};
+  return {.id = id, .is_data = true, .label = std::move(label), .components = {component}};
 }
 
 Service with(Service service, const std::vector<Component>& more) {
@@ -74,20 +86,32 @@ std::vector<Service> home_services() {
   pay.components[0].is_scrambled = true;
   Service local = audio(0x43BA, "Lindwil lokal", 9, 22);
   local.is_local = true;
-  Service linked = audio(0x43B6, "Radio Felsental1", 1, 13,
-                         {"Radio Felsental 1: the day in an hour", "Next: the weather"});
+  Service linked = audio(
+      0x43B6, "Radio Felsental1", 1, 13,
+      {{.characters = "Felsental 1: die Höhepunkte des Tages · Gäste im Gespräch", .charset = utf8},
+       {.characters = big_endian(u"Nächste Stunde: Łódź und Πάτρα"), .charset = ucs2}});
   linked.is_linked = true;
   Service mpeg = audio(0x43B9, "Volksmusik", 26, 20);
   mpeg.components[0].type = mpeg_audio;
   return {
       with(audio(0x43B5, "Seegrund Pop", 10, 12,
-                 {"Seegrund Pop - The Paper Lanterns: Northbound",
-                  "Seegrund Pop - Mira Holt: Glasshouse", "Traffic at ten past the hour"}),
+                 {{"Seegrund Pop"},
+                  {"The Paper Lanterns - Northbound", "Northbound", "The Paper Lanterns"},
+                  {"Als N\x91"
+                   "chstes: K\x99hle N\x91"
+                   "chte"},
+                  {"K\x99hle N\x91"
+                   "chte (Mira Holt)",
+                   "K\x99hle N\x91"
+                   "chte",
+                   "Mira Holt"},
+                  {longest_text},
+                  {.characters = "", .lasts = 10s}}),
            {slides(0x0321)}),
       linked,
-      with(audio(0x43B7, "Felsental Zwei", 14, 14, {"String quartet in G minor (Lindwil 1998)"}),
+      with(audio(0x43B7, "Felsental Zwei", 14, 14, {{"String quartet in G minor (Lindwil 1998)"}}),
            {second_audio(15), slides(0x0322), fidc(3)}),
-      audio(0x43B8, "The \"Loud\" Hour", 11, 16, {"Request line open: 555 0193"}),
+      audio(0x43B8, "The \"Loud\" Hour", 11, 16, {{"Request line open: 555 0193"}}),
       mpeg,
       local,
       audio(0x43BB, "Kultur Gruental", 7, 24),
@@ -106,7 +130,7 @@ std::vector<Service> border_services() {
   for (std::uint16_t i = 0; i < 18; ++i) {
     const std::string number = std::to_string(i + 1);
     services.push_back(audio(0xD210U + i, "Hochried " + number, static_cast<std::uint8_t>(i), i,
-                             {"Hochried " + number + " - rund um den Hochried"}));
+                             {{"Hochried " + number + " - rund um den Hochried"}}));
   }
   services.push_back(data(0xE0D00210, "Hochried EPG", stream_data(50, object_transfer)));
   services.push_back(data(0xE0D00211, "Hochried IP",
@@ -129,6 +153,7 @@ std::vector<Service> city_services() {
 std::vector<Service> mountain_services() {
   Service umlaut = audio(0x4A02, "H\xC3\xB6henweg", 28, 31);
   umlaut.charset = utf8;
+  umlaut.texts[0].charset = utf8;
   return {
       audio(0x4A01, "Tannhorn", 27, 30),      umlaut,
       audio(0x4A03, "Tannhorn Kids", 18, 32), audio(0x4A04, "Bergfunk", 16, 33),
@@ -178,6 +203,10 @@ std::vector<Service> lake_services() {
   };
 }
 
+std::vector<Service> first_services() {
+  return {audio(0x4701, "Morgenrot", 9, 1), audio(0x4702, "Abendstern", 15, 2)};
+}
+
 std::vector<Service> late_services() {
   return {
       audio(0x4601, "Passwind", 11, 9),
@@ -193,6 +222,11 @@ std::vector<Service> late_services() {
 std::vector<Ensemble> default_ensembles() {
   // clang-format off
   return {
+      // 5A: the first block of the list has index 0.
+      {.khz = 174928, .name = "Morgenland", .rssi_dbuv = 46, .snr_db = 14, .cnr_db = 18,
+       .fic_quality = 97, .antenna_cap = 37, .cu_level = 108, .fast_detect = 12,
+       .acquired = 430ms, .list = 680ms, .time = 720ms, .list_version = 4,
+       .services = first_services()},
       {.khz = 178352, .name = "Hochried", .rssi_dbuv = 44, .snr_db = 13, .cnr_db = 17,
        .fic_quality = 96, .fib_errors = 2, .fft_offset = -1, .antenna_cap = 36, .cu_level = 412,
        .fast_detect = 12, .acquired = 450ms, .list = 780ms, .time = 820ms, .frequency_info = 3s,
@@ -204,10 +238,10 @@ std::vector<Ensemble> default_ensembles() {
        .fic_quality = 100, .antenna_cap = 29, .cu_level = 216, .fast_detect = 15,
        .acquired = 400ms, .list = 650ms, .time = 700ms, .frequency_info = 2s, .announcement = 5s,
        .list_version = 1, .services = city_services()},
-      // Weak: acquired at the third look, its list well after that.
+      // Weak: acquired late, its list 6 s after that.
       {.khz = 197648, .name = "Passwind", .rssi_dbuv = 27, .snr_db = 6, .cnr_db = 9,
        .fic_quality = 58, .fib_errors = 317, .fft_offset = -4, .antenna_cap = 28, .cu_level = 180,
-       .fast_detect = 6, .acquired = 1250ms, .list = 2600ms, .time = 9s, .list_version = 12,
+       .fast_detect = 6, .acquired = 1250ms, .list = 7250ms, .time = 12s, .list_version = 12,
        .services = late_services()},
       {.khz = 208064, .name = "Velrose", .rssi_dbuv = 35, .snr_db = 9, .cnr_db = 13,
        .fic_quality = 83, .fib_errors = 41, .fft_offset = 2, .antenna_cap = 24, .cu_level = 264,

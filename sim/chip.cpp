@@ -23,9 +23,9 @@ void begin_tune(Chip& chip, std::uint32_t khz, Time duration) {
   Chip_state& state = chip.state;
   state.is_tuned = true;
   state.is_complete_acknowledged = false;
-  state.has_tune_failed = false;
   state.khz = khz;
   state.tuned_at = chip.now();
+  state.signal_since = chip.now();
   state.complete_at = chip.now() + duration;
   state.is_playing = false;
   state.has_hit_band_limit = false;
@@ -34,7 +34,7 @@ void begin_tune(Chip& chip, std::uint32_t khz, Time duration) {
 
 bool is_tune_complete(const Chip& chip) {
   const Chip_state& state = chip.state;
-  return state.is_tuned && !state.has_tune_failed && chip.now() >= state.complete_at;
+  return state.is_tuned && chip.now() >= state.complete_at;
 }
 
 void acknowledge_signal(Chip& chip, Frame frame) {

@@ -14,7 +14,7 @@
 namespace sim {
 namespace {
 
-constexpr std::string_view first_line = "kestrel-sim receiver state, version 1\n";
+constexpr std::string_view first_line = "kestrel-sim receiver state, version 2\n";
 constexpr std::string_view checksum_word = "checksum ";
 constexpr std::size_t checksum_line_bytes = checksum_word.size() + 8 + 1;
 
@@ -38,10 +38,11 @@ void visit_values(State& state, Visitor& visit) {
   visit("busy_until", chip.busy_until, max_time_ns);
   visit("tuned", chip.is_tuned, 1);
   visit("complete_acknowledged", chip.is_complete_acknowledged, 1);
-  visit("tune_failed", chip.has_tune_failed, 1);
   visit("khz", chip.khz, 1'000'000);
   visit("tuned_at", chip.tuned_at, max_time_ns);
   visit("complete_at", chip.complete_at, max_time_ns);
+  visit("antenna", chip.has_antenna, 1);
+  visit("signal_since", chip.signal_since, max_time_ns);
   visit("signal_seen_at", chip.signal_seen_at, max_time_ns);
   visit.list("frequencies", chip.frequencies, max_frequencies, 1'000'000);
   visit("index", chip.index, static_cast<std::int64_t>(max_frequencies) - 1);

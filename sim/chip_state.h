@@ -45,10 +45,11 @@ struct Chip_state {
 
   bool is_tuned = false;
   bool is_complete_acknowledged = false;
-  bool has_tune_failed = false;
   std::uint32_t khz = 0;
   Time tuned_at{};
   Time complete_at{};
+  bool has_antenna = true;
+  Time signal_since{};    ///< the tune, or the antenna's return after it
   Time signal_seen_at{};  ///< signal interrupts are acknowledged up to here
 
   std::vector<std::uint32_t> frequencies;  ///< DAB list, kHz, at most max_frequencies

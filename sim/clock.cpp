@@ -4,7 +4,7 @@
 #include "sim/clock.h"
 
 #include <algorithm>
-#include <thread>
+#include <ctime>
 
 namespace sim {
 namespace {
@@ -34,16 +34,20 @@ void Clock::advance(Time duration) {
 
 void Clock::wait(Time duration) {
   waited_ += duration;
-  if (!is_virtual_) {
-    std::this_thread::sleep_for(duration);
+  if (is_virtual_) {
+    advance(duration);
+    return;
   }
-  advance(duration);
+  const auto began = std::chrono::steady_clock::now();
+  const auto seconds = std::chrono::duration_cast<std::chrono::seconds>(duration);
+  const timespec request = {.tv_sec = static_cast<std::time_t>(seconds.count()),
+                            .tv_nsec = static_cast<long>((duration - seconds).count())};
+  (void)::nanosleep(&request, nullptr);
+  advance(std::chrono::steady_clock::now() - began);
 }
 
-std::chrono::sys_seconds Clock::utc() const {
-  return std::chrono::floor<std::chrono::seconds>(utc_at_zero_ + now_);
+std::chrono::sys_seconds Clock::utc(Time at) const {
+  return std::chrono::floor<std::chrono::seconds>(utc_at_zero_ + at);
 }
-
-void Clock::set_utc(std::chrono::sys_seconds utc) { utc_at_zero_ = utc - now_; }
 
 }  // namespace sim

@@ -24,17 +24,15 @@ class Clock {
   /// Time passes without the program's doing: a byte on the wire.
   void advance(Time duration);
 
-  /// The program waits; counted in waited().
+  /// The program waits; counted in waited(). A real wait ends early when a signal's handler has
+  /// run, as the library's does.
   void wait(Time duration);
 
   /// Sum of all wait() durations.
   [[nodiscard]] Time waited() const { return waited_; }
 
-  /// The time of day in the simulated world.
-  [[nodiscard]] std::chrono::sys_seconds utc() const;
-
-  /// Make it `utc` now.
-  void set_utc(std::chrono::sys_seconds utc);
+  /// The time of day in the simulated world at `at`.
+  [[nodiscard]] std::chrono::sys_seconds utc(Time at) const;
 
  private:
   bool is_virtual_;

@@ -20,34 +20,30 @@ constexpr auto fic_error_after = 200ms;
 constexpr std::uint32_t lowest_khz = 168160;
 constexpr std::uint32_t highest_khz = 239200;
 
-const Ensemble* signal_at(const Air& air, std::uint32_t khz) {
-  const auto found = std::ranges::find(air.ensembles, khz, &Ensemble::khz);
-  return found != air.ensembles.end() ? &*found : nullptr;
+/// What the antenna gives on a frequency, null for noise.
+const Ensemble* signal_at(const Chip& chip, std::uint32_t khz) {
+  const auto found = std::ranges::find(chip.air.ensembles, khz, &Ensemble::khz);
+  return found != chip.air.ensembles.end() && chip.state.has_antenna ? &*found : nullptr;
 }
 
-/// What the antenna gives at this moment, null for noise.
 const Ensemble* received(const Chip& chip) {
-  return chip.state.is_tuned && !chip.state.has_tune_failed ? signal_at(chip.air, chip.state.khz)
-                                                            : nullptr;
+  return chip.state.is_tuned ? signal_at(chip, chip.state.khz) : nullptr;
 }
 
-/// Something that follows the tune has happened, and nobody has acknowledged it since `seen`.
+/// Something that follows the tune, or the antenna's return, has happened, and nobody has
+/// acknowledged it since `seen`.
 bool is_pending_after_tune(const Chip& chip, const After_tune& after, Time seen) {
-  return after.has_value() && is_pending(chip, chip.state.tuned_at + *after, seen);
+  return after.has_value() && is_pending(chip, chip.state.signal_since + *after, seen);
 }
 
 bool has_happened(const Chip& chip, const After_tune& after) {
-  return after.has_value() && chip.now() >= chip.state.tuned_at + *after;
+  return after.has_value() && chip.now() >= chip.state.signal_since + *after;
 }
 
-/// The FIC becomes readable while the tune runs and is judged when it completes.
+/// The FIC becomes readable in the time that a tune takes.
 std::uint8_t fic_quality(const Chip& chip, const Ensemble& ensemble) {
-  const Time passed = chip.now() - chip.state.tuned_at;
-  const Time whole = chip.state.complete_at - chip.state.tuned_at;
-  if (passed >= whole) {
-    return ensemble.fic_quality;
-  }
-  return static_cast<std::uint8_t>(ensemble.fic_quality * passed / whole);
+  const Time passed = std::min<Time>(chip.now() - chip.state.signal_since, tune_with_signal);
+  return static_cast<std::uint8_t>(ensemble.fic_quality * passed / tune_with_signal);
 }
 
 /// A signal that never becomes an ensemble shows as errors in its FIC.
@@ -64,8 +60,7 @@ Refusal tune_freq(Chip& chip, Frame frame) {
   }
   const std::uint32_t khz = chip.state.frequencies[frame[2]];
   chip.state.index = frame[2];
-  begin_tune(chip, khz,
-             signal_at(chip.air, khz) != nullptr ? tune_with_signal : tune_without_signal);
+  begin_tune(chip, khz, signal_at(chip, khz) != nullptr ? tune_with_signal : tune_without_signal);
   return nullptr;
 }
 
@@ -174,7 +169,7 @@ Refusal get_time(Chip& chip, Frame frame) {
     chip.reply.assign(7, 0);
     return nullptr;
   }
-  const auto utc = chip.clock.utc();
+  const auto utc = chip.clock.utc(chip.now());
   const auto day = std::chrono::floor<std::chrono::days>(utc);
   const std::chrono::year_month_day date(day);
   const std::chrono::hh_mm_ss time(utc - day);

@@ -25,9 +25,9 @@ constexpr std::uint16_t seek_spacing = 0x3102;
 constexpr std::uint16_t lowest_valid_rssi = 0x3202;
 constexpr std::uint16_t lowest_valid_snr = 0x3204;
 
-const Fm_station* station_at(const Air& air, std::uint32_t khz) {
-  const auto found = std::ranges::find(air.stations, khz, &Fm_station::khz);
-  return found != air.stations.end() ? &*found : nullptr;
+const Fm_station* station_at(const Chip& chip, std::uint32_t khz) {
+  const auto found = std::ranges::find(chip.air.stations, khz, &Fm_station::khz);
+  return found != chip.air.stations.end() && chip.state.has_antenna ? &*found : nullptr;
 }
 
 bool is_receivable(const Chip_state& state, const Fm_station& station) {
@@ -84,7 +84,7 @@ Refusal fm_seek(Chip& chip, Frame frame) {
       khz = is_up ? khz + spacing : khz - spacing;
     }
     ++steps;
-    const Fm_station* const station = station_at(chip.air, khz);
+    const Fm_station* const station = station_at(chip, khz);
     if (station != nullptr && is_receivable(chip.state, *station)) {
       break;
     }
@@ -152,14 +152,15 @@ Fm_reception fm_reception(const Chip& chip) {
   if (!is_tune_complete(chip)) {
     return here;
   }
-  if (const Fm_station* const station = station_at(chip.air, state.khz)) {
+  if (const Fm_station* const station = station_at(chip, state.khz)) {
     here.station = *station;
     here.is_valid = is_receivable(state, *station);
     return here;
   }
-  here.is_beside_station = std::ranges::any_of(chip.air.stations, [&state](const auto& station) {
+  const auto is_near = [&state](const Fm_station& station) {
     return station.khz < state.khz + pull_khz && state.khz < station.khz + pull_khz;
-  });
+  };
+  here.is_beside_station = state.has_antenna && std::ranges::any_of(chip.air.stations, is_near);
   return here;
 }
 

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "sim/chip.h"
+#include "sim/dynamic_label.h"
 
 namespace sim {
 namespace {
@@ -15,10 +16,8 @@ using namespace std::chrono_literals;
 
 constexpr std::size_t label_bytes = 16;
 
-// A text is repeated, as stations do for receivers that come late, before the next takes its turn.
-constexpr Time packet_interval = 2s;
-constexpr std::uint32_t packets_a_text = 3;
-constexpr std::uint32_t packets_kept = 8;
+constexpr Time packet_interval = 400ms;
+constexpr std::uint32_t packets_kept = 32;
 
 std::vector<std::uint8_t> list_entry(const Service& service) {
   constexpr std::size_t most_components = 15;
@@ -138,22 +137,30 @@ std::uint32_t packets_arrived(const Chip& chip) {
              : static_cast<std::uint32_t>(passed / packet_interval) + 1;
 }
 
-/// Text as the multiplex carries it: two prefix bytes, of which the first toggles with every new
-/// text, and a byte that ends it.
-std::vector<std::uint8_t> text_payload(const Service& service, std::uint32_t packet) {
-  const std::uint32_t turn = packet / packets_a_text;
-  const std::string& text = service.texts[turn % service.texts.size()];
-  std::vector<std::uint8_t> payload = {flag(turn % 2 != 0, 7),
-                                       static_cast<std::uint8_t>(service.charset << 4)};
-  payload.insert(payload.end(), text.begin(), text.end());
-  payload.push_back(0);
-  return payload;
+/// Packet number `packet` since the service was started: each text in turn, repeated for as long as
+/// it lasts.
+std::vector<std::uint8_t> packet_at(const Service& service, std::uint32_t packet) {
+  const auto& texts = service.texts;
+  const auto count = [](const Text& text) {
+    const std::size_t once = dynamic_label_packets(text, false).size();
+    return std::max(once, static_cast<std::size_t>(text.lasts / packet_interval));
+  };
+  std::size_t round = 0;
+  for (const Text& text : texts) {
+    round += count(text);
+  }
+  std::size_t turn = packet / round * texts.size();
+  std::size_t left = packet % round;
+  for (; left >= count(texts[turn % texts.size()]); ++turn) {
+    left -= count(texts[turn % texts.size()]);
+  }
+  const auto packets = dynamic_label_packets(texts[turn % texts.size()], turn % 2 != 0);
+  return packets[left % packets.size()];
 }
 
 Refusal get_service_data(Chip& chip, Frame /*frame*/) {
   constexpr std::uint8_t reserved_flags = 0xFC;
   constexpr std::uint8_t source_text = 2;
-  constexpr std::uint8_t source_data = 1;
   constexpr std::uint8_t state_playing = 1;
   constexpr std::uint8_t state_stopped = 0;
   Chip_state& state = chip.state;
@@ -166,7 +173,7 @@ Refusal get_service_data(Chip& chip, Frame /*frame*/) {
   }
   std::vector<std::uint8_t> payload;
   if (is_ready) {
-    payload = text_payload(*service, state.packets_taken);
+    payload = packet_at(*service, state.packets_taken);
     ++state.packets_taken;
   }
   auto& out = chip.reply;
@@ -174,11 +181,7 @@ Refusal get_service_data(Chip& chip, Frame /*frame*/) {
   out.push_back(is_ready ? static_cast<std::uint8_t>(arrived - state.packets_taken)
                          : std::uint8_t{0});
   out.push_back(state.is_playing ? state_playing : state_stopped);
-  const bool is_data = service != nullptr && service->is_data;
-  const std::uint8_t type =
-      is_data && !service->components.empty() ? service->components.front().type : std::uint8_t{0};
-  out.push_back(join(static_cast<std::uint8_t>((is_data ? source_data : source_text) << 6),
-                     static_cast<std::uint8_t>(type & 0x3F)));
+  out.push_back(std::uint8_t{source_text << 6});
   append(out, state.is_playing ? state.service_id : 0U, 4);
   append(out, state.is_playing ? state.component_id : 0U, 4);
   out.insert(out.end(), 2, reserved_byte);

@@ -1,13 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // The simulator's settings from the environment; nothing else reads it.
-#include <unistd.h>
-
 #include <cstdio>
 #include <cstdlib>
-#include <string>
 #include <string_view>
-#include <system_error>
 
 #include "sim/world.h"
 
@@ -25,26 +21,14 @@ void ignore(const char* name, std::string_view value) {
                      static_cast<int>(value.size()), value.data());
 }
 
-std::filesystem::path board_directory() {
-  if (const auto directory = variable("KESTREL_SIM_DIR"); !directory.empty()) {
-    return directory;
-  }
-  if (const std::filesystem::path run_time = variable("XDG_RUNTIME_DIR"); run_time.is_absolute()) {
-    return run_time / "kestrel-sim";
-  }
-  std::error_code error;
-  const auto temporary = std::filesystem::temp_directory_path(error);
-  return (error ? std::filesystem::path("/tmp") : temporary) /
-         ("kestrel-sim-" + std::to_string(::geteuid()));
-}
-
 }  // namespace
 
 Settings settings_from_environment() {
   constexpr const char* clock_name = "KESTREL_SIM_CLOCK";
   constexpr const char* fault_name = "KESTREL_SIM_FAULT";
   Settings settings;
-  settings.directory = board_directory();
+  const auto directory = variable("KESTREL_SIM_DIR");
+  settings.directory = directory.empty() ? "/run/kestrel-sim" : directory;
   settings.trace = variable("KESTREL_SIM_TRACE");
   const auto clock = variable(clock_name);
   settings.virtual_clock = clock == "virtual";

@@ -4,14 +4,12 @@
 #include "sim/fault_injector.h"
 
 #include <algorithm>
-#include <array>
 
 namespace sim {
 namespace {
 
 constexpr std::uint8_t read_opcode = 0x00;
 constexpr std::uint32_t late_reads = 3;
-constexpr std::array<std::uint8_t, 3> tune_opcodes = {0x30, 0x31, 0xB0};
 
 }  // namespace
 
@@ -58,10 +56,6 @@ void Fault_injector::deselect() {
   for (Strike& active : carried_) {
     if (is_read && active.reads_left > 0 && active.kind == Fault_kind::late_cts) {
       --active.reads_left;
-    }
-    if (active.kind == Fault_kind::tune_failure &&
-        std::ranges::find(tune_opcodes, opcode_) != tune_opcodes.end()) {
-      receiver_.fail_tune();
     }
   }
 }

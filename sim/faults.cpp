@@ -57,7 +57,6 @@ constexpr auto kinds = std::to_array<Fault_row>({
     {"flipped_byte", Fault_kind::flipped_byte, flipped},
     {"short_reply", Fault_kind::short_reply, cut},
     {"reset", Fault_kind::reset, unchanged},
-    {"tune_failure", Fault_kind::tune_failure, unchanged},
     {"no_board", Fault_kind::no_board, unchanged},
     {"no_spi", Fault_kind::no_spi, unchanged},
 });

@@ -28,7 +28,6 @@ enum class Fault_kind : std::uint8_t {
   flipped_byte,     ///< byte `number` of each read arrives inverted
   short_reply,      ///< reads carry zeros from byte `number` on
   reset,            ///< the receiver loses power and comes back unbooted
-  tune_failure,     ///< a struck tune or seek never completes and finds nothing
   no_board,         ///< bcm2835_init fails
   no_spi,           ///< bcm2835_spi_begin fails
 };

@@ -73,6 +73,7 @@ Peripherals::Peripherals(World& world, bool reset_level)
                     world_.report_misuse(
                         "a frame reached nobody: SPI0 has no pins or wrong settings");
                   }
+                  world_.look_at_antenna();
                   world_.save_if_changed();
                 },
             .misuse = [this](const std::string& what) { world_.report_misuse(what); }}) {

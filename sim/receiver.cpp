@@ -55,6 +55,7 @@ void Receiver::select() {
   position_ = 0;
   is_read_ = false;
   mishap_ = Mishap::none;
+  look_at_antenna();
 }
 
 std::uint8_t Receiver::exchange(std::uint8_t mosi) {
@@ -98,9 +99,16 @@ void Receiver::power_cycle() {
   reset_line(is_high);
 }
 
-void Receiver::override_reply(std::uint8_t opcode, std::vector<std::uint8_t> data,
-                              std::uint32_t times) {
-  overrides_[opcode] = {.data = std::move(data), .times = times};
+void Receiver::look_at_antenna() {
+  Chip_state& state = chip_.state;
+  if (chip_.air.has_antenna && !state.has_antenna) {
+    // What was lost is received from its beginning, on the same frequency.
+    state.signal_since = chip_.now();
+    state.playing_since = chip_.now();
+    state.packets_taken = 0;
+    state.groups_taken = 0;
+  }
+  state.has_antenna = chip_.air.has_antenna;
 }
 
 std::uint8_t Receiver::read_byte(std::size_t at) const {
@@ -174,11 +182,6 @@ void Receiver::run_command() {
     return;
   }
   state.busy_until = chip_.now() + command->busy;
-  const auto found = overrides_.find(frame_[0]);
-  if (found != overrides_.end() && found->second.times > 0) {
-    --found->second.times;
-    chip_.reply = found->second.data;
-  }
 }
 
 }  // namespace sim

@@ -8,7 +8,6 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <map>
 #include <string>
 #include <vector>
 
@@ -47,34 +46,23 @@ class Receiver final : public Spi_device {
   [[nodiscard]] const Chip_state& state() const { return chip_.state; }
   void restore(const Chip_state& state) { chip_.state = state; }
 
-  /// The next `times` replies to `opcode` carry `data` instead.
-  void override_reply(std::uint8_t opcode, std::vector<std::uint8_t> data, std::uint32_t times);
-
   /// For faults: the command that is being received will be refused, or lost.
   enum class Mishap : std::uint8_t { none, refused, lost };
   void spoil_command(Mishap mishap) { mishap_ = mishap; }
-
-  /// For faults: the tune that was begun finds nothing and never completes.
-  void fail_tune() { chip_.state.has_tune_failed = chip_.state.is_tuned; }
 
   /// For faults: power is lost and returns.
   void power_cycle();
 
  private:
-  struct Override {
-    std::vector<std::uint8_t> data;
-    std::uint32_t times = 0;
-  };
-
   [[nodiscard]] bool is_ready() const { return chip_.now() >= chip_.state.busy_until; }
   [[nodiscard]] std::uint8_t read_byte(std::size_t at) const;
   [[nodiscard]] std::uint8_t status_byte(std::size_t number) const;
   [[nodiscard]] Refusal check(const Command* command) const;
+  void look_at_antenna();
   void run_command();
 
   Chip chip_;
   std::function<void(const std::string&)> log_;
-  std::map<std::uint8_t, Override> overrides_;
   std::vector<std::uint8_t> frame_;  ///< command bytes, cut one byte after the longest command
   std::size_t position_ = 0;         ///< bytes exchanged in this frame
   bool is_read_ = false;

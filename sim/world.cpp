@@ -33,6 +33,7 @@ World::World(const Settings& settings)
       receiver_(clock_, air_, [this](const std::string& what) { report_misuse(what); }),
       injector_(receiver_, settings.faults) {
   receiver_.restore(saved_.chip);
+  look_at_antenna();
   if (directory_ != nullptr && directory_->is_open() && directory_->is_new()) {
     directory_->make_files(files_);
     directory_->save(present());
@@ -61,6 +62,12 @@ Time World::time_now(const Saved_state& saved, bool is_virtual) {
 
 Saved_state World::present() const {
   return {.now = clock_.now(), .wall = wall_now(), .chip = receiver_.state()};
+}
+
+void World::look_at_antenna() {
+  if (directory_ != nullptr) {
+    air_.has_antenna = !directory_->has_file("antenna_out");
+  }
 }
 
 void World::save_if_changed() {

@@ -40,6 +40,9 @@ class World {
   [[nodiscard]] Spi_device& device() { return *device_; }
   void attach(Spi_device& device);
 
+  /// See whether somebody has pulled the antenna or put it back.
+  void look_at_antenna();
+
   /// Keep the receiver's state if it is not the one saved last.
   void save_if_changed();
 

@@ -67,9 +67,15 @@ TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
   const std::string no_image = "|Firmware not transmitted successfully\n\n|";
   const std::string no_boot = "|Boot up failed\n\n";
   const std::vector<Script> scripts{
-      {"POWER_UP refused", 1, 1, refused, 0, 4, powered, no_power_up},
-      {"frame overrun", 2, 1, frame(0x80, 0x90), 0, 104, powered, no_power_up},
-      {"firmware at power-up", 2, 1, ready, 0, 104, powered, no_power_up},
+      {"POWER_UP refused",
+       {.after = 1, .times = 1, .then = refused},
+       {.code = 4, .waited_us = powered, .text = no_power_up}},
+      {"frame overrun",
+       {.after = 2, .times = 1, .then = frame(0x80, 0x90)},
+       {.code = 104, .waited_us = powered, .text = no_power_up}},
+      {"firmware at power-up",
+       {.after = 2, .times = 1, .then = ready},
+       {.code = 104, .waited_us = powered, .text = no_power_up}},
       {"patch refused", before_patch + 3, 1, refused, 0, 108, powered + in_reset, no_patch},
       {"patch left", before_patch + 1, 50, busy, 0, 108, powered + never + in_reset, no_patch},
       {"image refused", before_image + 5, 1, arbiter, 0, 108, patched + in_reset, no_image},
@@ -86,7 +92,7 @@ TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
   for (const auto& row : scripts) {
     play(loader, boot, {row});
     const auto lines = happened();
-    if (row.waited_us < in_reset) continue;
+    if (row.expected.waited_us < in_reset) continue;
     EXPECT_EQ(Lines(lines.end() - 3, lines.end()),
               (Lines{"gpio 23 low", "spi_end", "delay_ms 2000"}));
   }
@@ -99,15 +105,17 @@ TEST_F(Boot, ResultsTellRefusalFromWrongState) {
       {Si468x_boot, loader, -4, 110},    {Si468x_boot, broken, -2, 10},
       {Si468x_load_init, loader, 0, 0},  {Si468x_load_init, refused, -2, 260}};
   for (const auto& [operation, answer, result, code] : cases) {
-    play(answer, operation, {{"", 0, 0, {}, result, code}});
+    play(answer, operation, {{"", {}, {.result = result, .code = code}}});
   }
   const auto block = [data = Bytes(4)]() mutable {
     return Si468x_load_firmware_datapackage(data.data(), 4);
   };
   play(loader, block,
-       {{"at the third poll", 1, 2, busy, 0, 0, 50 + 150},
-        {"at the last poll", 1, 49, busy, 0, 0, 120'050},
-        {"never", 1, 50, busy, -3, 160, 125'000}});
+       {{"at the third poll", {.after = 1, .times = 2, .then = busy}, {.waited_us = 50 + 150}},
+        {"at the last poll", {.after = 1, .times = 49, .then = busy}, {.waited_us = 120'050}},
+        {"never",
+         {.after = 1, .times = 50, .then = busy},
+         {.result = -3, .code = 160, .waited_us = 125'000}}});
   play(busy, [] { return Si468x_load_firmware_flash(0x12345678); });
   EXPECT_EQ(happened(), Lines{"frame 05 00 00 00 78 56 34 12 00 00 00 00"});
 }
@@ -137,10 +145,12 @@ TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
   }
   std::fclose(file);
   path = "no such file";
-  play(loader, [&] { return Si468x_load_firmware(path.data()); }, {{"no file", 0, 0, {}, -6, 7}});
+  play(loader, [&] { return Si468x_load_firmware(path.data()); },
+       {{"no file", {}, {.result = -6, .code = 7}}});
   path = "/sys/kernel/mm/transparent_hugepage/enabled";  // claims a page, and gives a line
   if (!std::filesystem::exists(path)) GTEST_SKIP() << "no file that claims too much";
-  play(loader, [&] { return Si468x_load_firmware(path.data()); }, {{"short", 0, 0, {}, -6, 1007}});
+  play(loader, [&] { return Si468x_load_firmware(path.data()); },
+       {{"short", {}, {.result = -6, .code = 1007}}});
 }
 
 }  // namespace

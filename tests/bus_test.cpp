@@ -7,7 +7,9 @@
 #include <tuple>
 
 #include "si468x/boot.h"
+#include "si468x/dab_tuning.h"
 #include "si468x/peripheral_discovery.h"
+#include "si468x/service_playback.h"
 #include "support.h"
 
 namespace {
@@ -68,6 +70,64 @@ TEST_F(Bus, PiecesUnderOneChipSelectAreOneFrameInPlace) {
   EXPECT_EQ(sim::commands(), (std::vector{sent, {0x0A, 0x0B}}));
   EXPECT_EQ(Si468x_SPI_RW_data(whole.data(), 0), 0);
   EXPECT_EQ(sim::wire_bytes(), 302U);
+  EXPECT_EQ(sim::violations(), Lines{});
+}
+
+/// A chip beside which the kernel's driver takes the controller at the tenth byte of a frame.
+class Beside_the_kernel final : public sim::Spi_device {
+ public:
+  void select() override { bytes_ = 0; }
+  std::uint8_t exchange(std::uint8_t /*mosi*/) override {
+    if (++bytes_ == 10) bcm2835_peri_set_bits(bcm2835_spi0, 0, 0x80);
+    return 0xA5;
+  }
+  void deselect() override {}
+  void reset_line(bool /*high*/) override {}
+
+ private:
+  int bytes_ = 0;
+};
+
+TEST_F(Bus, FrameThatTheKernelEndsIsGivenUp) {
+  start();
+  Beside_the_kernel chip;
+  sim::attach(chip);
+  Bytes bytes(300, 0x11);
+  Si468x_SPI_CS_low();
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 300), 0);
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 300), 0);
+  Si468x_SPI_CS_high();
+  EXPECT_EQ(bytes.back(), 0x11);
+  EXPECT_EQ(sim::wire_bytes(), 10U);
+  sim::power_off();
+}
+
+TEST(Discovery, AddressIsAnIntegerOrAPointer) {
+  EXPECT_EQ(peripheral_address<off_t>(0x3F000000), 0x3F000000);
+  EXPECT_EQ(reinterpret_cast<std::uintptr_t>(peripheral_address<std::uint32_t*>(0x3F000000)),
+            0x3F000000U);
+}
+
+TEST_F(Bus, InterruptedDriverEndsEachOperationAtOnceAndSendsNothing) {
+  start().by_default(frame(0x81, 0xC0, {1, 5, 0, 0, 99}));
+  Bytes bytes{1, 2, 3}, array(service_data_reply_bytes, 0x77);
+  Si468x_SPI_CS_low();
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 1), 0);
+  Si468x_interrupt();
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data() + 1, 2), 0);
+  Si468x_SPI_CS_high();
+  EXPECT_EQ(bytes, (Bytes{0x5A, 0, 0}));
+  EXPECT_EQ(happened(), Lines{"frame 01"});
+  Si468x_DAB_digrad_status status;
+  Si468x_digital_service_data packet;
+  EXPECT_EQ(Si468x_DAB_tune_freq_save(1, status), -3);
+  EXPECT_EQ(Si468x_DAB_tune_and_acquire(1), -3);
+  EXPECT_EQ(packet.get_new_data(array.data()), -3);
+  EXPECT_EQ(Si468x_load_and_boot(1), Boot_step::power_up);
+  EXPECT_EQ(sim::wire_bytes(), 1U);
+  EXPECT_EQ(sim::waited().count(), 0);
+  Si468x_resume();
+  EXPECT_EQ(Si468x_DAB_tune_freq(1), 0);
   EXPECT_EQ(sim::violations(), Lines{});
 }
 

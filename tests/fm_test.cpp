@@ -39,20 +39,32 @@ TEST_F(Fm, TunesAndSeeksWaitForComplete) {
   const std::string untuned = "Could not tune to frequency\n\n";
   for (const auto& [operation, sent, code] : cases) {
     play(complete, operation,
-         {{"refused", 1, 1, refused, -2, code},
-          {"errors, then complete", 2, 5, frame(0xC1, 0xC0), 0, 114, 500'000},
-          {"never", 2, 100, ready, 0, code + 100, 10'000'000},
-          {"never, with errors", 2, 100, arbiter, -1, code + 100, 10'000'000},
+         {{"refused", {.after = 1, .times = 1, .then = refused}, {.result = -2, .code = code}},
+          {"errors, then complete",
+           {.after = 2, .times = 5, .then = frame(0xC1, 0xC0)},
+           {.code = 114, .waited_us = 500'000}},
+          {"never",
+           {.after = 2, .times = 100, .then = ready},
+           {.code = code + 100, .waited_us = 10'000'000}},
+          {"never, with errors",
+           {.after = 2, .times = 100, .then = arbiter},
+           {.result = -1, .code = code + 100, .waited_us = 10'000'000}},
           {"at once"}});
     EXPECT_EQ(happened(), (Lines{sent, "read 7", "read 7"}));
     receive(true);  // the DAB firmware knows nothing of FM
     EXPECT_EQ(with_code(operation()), std::pair(-2, code));
   }
   play(complete, [] { return tune_fm_freq(98'500); },
-       {{"at once", 0, 0, {}, 0, 0, 500'000, "Tuned.\n\n"},
-        {"never", 2, 100, ready, 0, 166, 10'500'000, "Tuned.\n\n"},
-        {"never, with errors", 2, 100, refused, -1, 166, 10'000'000, untuned},
-        {"refused", 1, 1, refused, -1, 66, 0, untuned}});
+       {{"at once", {}, {.waited_us = 500'000, .text = "Tuned.\n\n"}},
+        {"never",
+         {.after = 2, .times = 100, .then = ready},
+         {.code = 166, .waited_us = 10'500'000, .text = "Tuned.\n\n"}},
+        {"never, with errors",
+         {.after = 2, .times = 100, .then = refused},
+         {.result = -1, .code = 166, .waited_us = 10'000'000, .text = untuned}},
+        {"refused",
+         {.after = 1, .times = 1, .then = refused},
+         {.result = -1, .code = 66, .text = untuned}}});
 }
 
 TEST_F(Fm, SeeksGoFromAnyPlaceToTheNearestReceivableStation) {

@@ -3,8 +3,8 @@
 #
 # options_agree_test.sh <directory of kestrel-sim> <source directory>
 #
-# The options stand in five places: the program's own help, the manual page, the README's table, and the
-# completions. All must know the same ones: short name, long name, and whether there is an argument.
+# The program's own help, the manual page and the completions must know the same options: short name, long
+# name, and whether there is an argument.
 set -uo pipefail
 
 programs="$1"
@@ -20,11 +20,6 @@ from_manual() {
   sed -nE 's/^\.It Fl ([^- ])(\\&)? , Fl -([a-z0-9_]+)( Ns (=) Ns Ar [A-Z]+)?$/-\1 --\3\5/p
            s/^\.It Fl -([a-z0-9_]+)$/--\1/p' "$source/docs/kestrel.1"
 }
-from_readme() {
-  grep '^| `-' "$source/README.md" | cut -d '|' -f 2 | tr ';' '\n' |
-    sed -nE 's/^ *(`(-.)`, )?`(--[a-z0-9_]+=?)[A-Z]*` *$/\2 \3/p'
-}
-
 # The completions offer names, without telling which belong together.
 from_bash() (
   source "$source/completion/kestrel.bash"
@@ -48,7 +43,6 @@ options="$(from_help | sed 's/^ *//')"
   ((++failures))
 }
 agree docs/kestrel.1 "$options" "$(from_manual)"
-agree README.md "$options" "$(from_readme | sed 's/^ *//')"
 names="$(tr ' ' '\n' <<<"$options")"
 agree completion/kestrel.bash "$names" "$(from_bash)"
 if command -v zsh >/dev/null; then
@@ -57,11 +51,10 @@ else
   echo "completion/_kestrel was not compared: zsh is not installed"
 fi
 
-# kestrelctl: its completions ask the program itself; what the manual and the README list is compared.
+# kestrelctl: its completions ask the program itself; what the manual lists is compared.
 subcommands="$("$programs/kestrelctl" --help | sed '1,/^Subcommands:/d' | awk '/^  [a-z]/ {print $1}')"
 agree "docs/kestrelctl.1, subcommands" "$subcommands" \
   "$(sed -n 's/^\.Ss kestrelctl //p' "$source/docs/kestrelctl.1")"
-agree "README.md, subcommands" "$subcommands" "$(sed -nE 's/^\| `([a-z]+)` \|.*/\1/p' "$source/README.md")"
 agree "docs/kestrelctl.1, options" \
   "$(for subcommand in $subcommands; do "$programs/kestrelctl" "$subcommand" --help; done |
     awk '/^ +-/ {print $1}' | grep -v help | sort -u)" \

@@ -30,6 +30,7 @@ constexpr auto last_service =
     static_cast<unsigned int>(std::min<long long>(4'294'967'295, std::numeric_limits<long>::max()));
 
 TEST(Options, EachOptionSetsItsOwnFields) {
+  char list_txt[] = "list.txt";
   const std::pair<const char*, arguments> cases[]{
       {"", {}},
       {"-l 50 -l 7x", {.volume = 7, .volume_given = 1}},
@@ -46,7 +47,7 @@ TEST(Options, EachOptionSetsItsOwnFields) {
       {"-F 98500 --service=4294967295", {.fm_frequency = 98500, .service = last_service}},
       {"-o 1", {.i2s_given = 1, .i2s_out = 1}},
       {"-o 1 --i2s_out=0", {.i2s_given = 1}},
-      {"-y list.txt", {.frequency_list = 1, .frequency_list_file = "list.txt"}}};
+      {"-y list.txt", {.frequency_list = 1, .frequency_list_file = list_txt}}};
   for (const auto& row : cases) {
     SCOPED_TRACE(row.first);
     const auto parse = [&row](int argc, char** argv) {

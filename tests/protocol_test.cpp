@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // Commands and replies, and the properties that are written and read with them.
+#include <algorithm>
 #include <tuple>
 
 #include "si468x/boot.h"
@@ -20,21 +21,24 @@ TEST_F(Protocol, CommandIsSentWaitedForAndItsReplyRead) {
     return Si468x_send_cmd(command.data(), into.data(), 2, reply_len);
   };
   play(ready, send,
-       {{"late", 1, 2, busy, 0, 0, 50 + 1050},
-        {"at the last look", 1, 49, busy, 0, 0, 1'178'450},
-        {"never", 1, 50, busy, -3, 160, 1'227'500},
-        {"at once", 0, 1, {0xEE, 0xED}}});
+       {{"late", {.after = 1, .times = 2, .then = busy}, {.waited_us = 50 + 1050}},
+        {"at the last look", {.after = 1, .times = 49, .then = busy}, {.waited_us = 1'178'450}},
+        {"never",
+         {.after = 1, .times = 50, .then = busy},
+         {.result = -3, .code = 160, .waited_us = 1'227'500}},
+        {"at once", {.times = 1, .then = {0xEE, 0xED}}}});
   EXPECT_EQ(command, (Bytes{0xEE, 0xED}));  // the transfer is in place
   EXPECT_EQ(into, Bytes(9, 0x77));
   EXPECT_EQ(happened(), (Lines{"frame b2 07", "read 7"}));
   reply_len = 9;
-  play(ready, send, {{"refused", 1, 1, refused, -2, 260}});
+  play(ready, send,
+       {{"refused", {.after = 1, .times = 1, .then = refused}, {.result = -2, .code = 260}}});
   EXPECT_EQ(happened(), (Lines{"frame b2 07", "read 7"}));
-  play(ready, send, {{"with a reply", 2, 1, reply({1, 2, 3, 4})}});
+  play(ready, send, {{"with a reply", {.after = 2, .times = 1, .then = reply({1, 2, 3, 4})}}});
   EXPECT_EQ(into, reply({1, 2, 3, 4}));
   EXPECT_EQ(happened(), (Lines{"frame b2 07", "read 7", "read 9"}));
   const auto send_without_buffer = [&] { return Si468x_send_cmd(command.data(), nullptr, 2, 7); };
-  play(ready, send_without_buffer, {{"no buffer", 0, 0, {}, -6, 360}});
+  play(ready, send_without_buffer, {{"no buffer", {}, {.result = -6, .code = 360}}});
   EXPECT_EQ(happened().size(), 2U);
 }
 
@@ -54,16 +58,22 @@ TEST_F(Protocol, StatusIsJudgedTheSameWayEverywhere) {
     const std::uint32_t failed = result == 0 ? 0 : 1;
     Bytes into(9, 0x77), data{1, 2, 3}, sent{0x09};
     play(ready, [&] { return Si468x_send_cmd(sent.data(), nullptr, 1, 0); },
-         {{"with CTS", 1, 1, status, result, 260 * failed}});
+         {{"with CTS",
+           {.after = 1, .times = 1, .then = status},
+           {.result = result, .code = 260 * failed}}});
     play(ready, [&] { return Si468x_send_cmd(sent.data(), into.data(), 1, 9); },
-         {{"in the reply", 2, 1, status, result, 560 * failed}});
+         {{"in the reply",
+           {.after = 2, .times = 1, .then = status},
+           {.result = result, .code = 560 * failed}}});
     EXPECT_EQ(into, frame(status_0, status_3, {0, 0, 0, 0}));  // as it was read
     play(ready, [&] { return Si468x_rd_reply(into.data()); },
-         {{"bare read", 0, 1, status, result, 114 * failed}});
+         {{"bare read", {.times = 1, .then = status}, {.result = result, .code = 114 * failed}}});
     play(ready, [&] { return Si468x_check_status_bits(into.data()); },
-         {{"frame read before", 0, 0, {}, result, check_code}});
+         {{"frame read before", {}, {.result = result, .code = check_code}}});
     play(ready, [&] { return Si468x_load_firmware_datapackage(data.data(), 0x10002); },
-         {{"image block", 1, 1, status, result, 260 * failed}});
+         {{"image block",
+           {.after = 1, .times = 1, .then = status},
+           {.result = result, .code = 260 * failed}}});
     EXPECT_EQ(data, (Bytes{0xC0, 0, 3}));
   }
 }
@@ -97,17 +107,24 @@ TEST_F(Properties, AreWrittenAndReadBack) {
   std::uint16_t property[]{0x1234, 0xABCD};
   const auto get = [&] { return Si468x_get_property(property); };
   play(reply({0xCD, 0xAB}), [&] { return Si468x_set_property(property); },
-       {{"write refused", 1, 1, refused, -2, 18},
-        {"read refused", 3, 1, refused, -2, 118},
-        {"error in the reply", 4, 1, arbiter, -1, 118},
-        {"low byte differs", 4, 1, reply({0xCC, 0xAB}), -6, 218},
-        {"high byte differs", 4, 1, reply({0xCD, 0x2B}), -6, 218},
+       {{"write refused", {.after = 1, .times = 1, .then = refused}, {.result = -2, .code = 18}},
+        {"read refused", {.after = 3, .times = 1, .then = refused}, {.result = -2, .code = 118}},
+        {"error in the reply",
+         {.after = 4, .times = 1, .then = arbiter},
+         {.result = -1, .code = 118}},
+        {"low byte differs",
+         {.after = 4, .times = 1, .then = reply({0xCC, 0xAB})},
+         {.result = -6, .code = 218}},
+        {"high byte differs",
+         {.after = 4, .times = 1, .then = reply({0xCD, 0x2B})},
+         {.result = -6, .code = 218}},
         {}});
   EXPECT_EQ(happened(),
             (Lines{"frame 13 00 34 12 cd ab", "read 7", "frame 14 01 34 12", "read 7", "read 7"}));
   play(reply({0x3F, 0x01}), get);
   EXPECT_EQ(happened(), (Lines{"frame 14 01 34 12", "read 7", "read 7"}));
-  play(reply({0x77, 0x77}), get, {{"not read", 1, 1, broken, -2, 17}});
+  play(reply({0x77, 0x77}), get,
+       {{"not read", {.after = 1, .times = 1, .then = broken}, {.result = -2, .code = 17}}});
   EXPECT_EQ(property[1], 0x013F);
 }
 
@@ -116,10 +133,14 @@ TEST_F(Properties, VolumeIsCheckedAnnouncedAndSet) {
       "Illegal value for volume. Volume must be an integer between 0 and 63\n\n";
   // What reads back is not looked at.
   const std::tuple<unsigned, Script, Lines> cases[]{
-      {0, {"", 0, 0, {}, 0, 0, 0, "Setting volume to 0\n\n"}, {"13 00 00 03 00 00", "14 01 00 03"}},
-      {63, {"", 1, 1, refused, 0, 18, 0, "Setting volume to 63\n\n"}, {"13 00 00 03 3f 00"}},
-      {64, {"", 0, 0, {}, 0, 0, 0, illegal}, {}},
-      {4'294'967'295, {"", 0, 0, {}, 0, 0, 0, illegal}, {}}};
+      {0, {"", {}, {.text = "Setting volume to 0\n\n"}}, {"13 00 00 03 00 00", "14 01 00 03"}},
+      {63,
+       {"",
+        {.after = 1, .times = 1, .then = refused},
+        {.code = 18, .text = "Setting volume to 63\n\n"}},
+       {"13 00 00 03 3f 00"}},
+      {64, {"", {}, {.text = illegal}}, {}},
+      {4'294'967'295, {"", {}, {.text = illegal}}, {}}};
   for (const auto& row : cases) {
     play(ready, [&] { return set_volume(std::get<0>(row)); }, {std::get<1>(row)});
     EXPECT_EQ(commands(), std::get<2>(row));
@@ -141,7 +162,12 @@ TEST_F(Properties, AudioOutputStopsAtTheFirstPropertyThatFails) {
         for (int i = 0; i < good; ++i) chip_->answer(reply(values.at(std::size_t(i))), 5);
         EXPECT_EQ(operation(static_cast<unsigned char>(enable)),
                   good == 3 || operation == set_options_i2s ? 0 : -1);
-        EXPECT_EQ(commands(), Lines(sent.begin(), sent.begin() + (good == 3 ? 6 : 2 * good + 1)));
+        // One that is refused is not read back; set_options_i2s goes on to the next.
+        Lines expected(sent.begin(), sent.begin() + 2 * good);
+        for (int i = good; i < (operation == set_options_i2s ? 3 : std::min(good + 1, 3)); ++i) {
+          expected.push_back(sent.at(2 * std::size_t(i)));
+        }
+        EXPECT_EQ(commands(), expected);
       }
     }
   }

@@ -105,9 +105,13 @@ TEST_F(Records, FailedReadKeepsTheRecord) {
   const auto before = printed(print);
   for (const auto& [read, code] : reads) {
     play(ones, read,
-         {{"refused", 2, 1, dead, -2, code},
-          {"error", 2, 1, frame(0x80, 0xC2, Bytes(19, 0xFF)), -1, code},
-          {"never ready", 1, 50, busy, -3, code, 1'227'500}});
+         {{"refused", {.after = 2, .times = 1, .then = dead}, {.result = -2, .code = code}},
+          {"error",
+           {.after = 2, .times = 1, .then = frame(0x80, 0xC2, Bytes(19, 0xFF))},
+           {.result = -1, .code = code}},
+          {"never ready",
+           {.after = 1, .times = 50, .then = busy},
+           {.result = -3, .code = code, .waited_us = 1'227'500}}});
   }
   EXPECT_EQ(printed(print), before);
 }

@@ -46,10 +46,14 @@ TEST_F(Scan, TimeIsShownAsItIsSent) {
       report("\"ensembleTime\": {|year|month|day|hour|minute|second", "2017|3|5|9|7") + '\n';
   const auto date = reply({0xE1, 0x07, 0x03, 0x05, 0x09, 0x07, 0x00}), ones = reply(Bytes(7, 0xFF));
   play(date, print_ensembletime,
-       {{"date", 0, 0, {}, 0, 0, 0, "2017-3-5T9:7:0Z\n"},
-        {"not checked", 2, 1, ones, 0, 0, 0, "65535-255-255T255:255:255Z\n"},
-        {"error in the reply", 2, 1, frame(0x80, 0xC2, Bytes(7, 1)), 0, 35, 0, "0-0-0T0:0:0Z\n"}});
-  play(date, print_ensembletime_json, {{"date", 0, 0, {}, 0, 0, 0, json}});
+       {{"date", {}, {.text = "2017-3-5T9:7:0Z\n"}},
+        {"not checked",
+         {.after = 2, .times = 1, .then = ones},
+         {.text = "65535-255-255T255:255:255Z\n"}},
+        {"error in the reply",
+         {.after = 2, .times = 1, .then = frame(0x80, 0xC2, Bytes(7, 1))},
+         {.code = 35, .text = "0-0-0T0:0:0Z\n"}}});
+  play(date, print_ensembletime_json, {{"date", {}, {.text = json}}});
   EXPECT_EQ(happened(), (Lines{"frame bc 01", "read 7", "read 12"}));
 }
 
@@ -79,7 +83,8 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
         std::string("1000001"), "-" + good, std::string(19, '9'), zero + good}) {
     cases.emplace_back(bad, List{}, bounds);
   }
-  const auto load = [] { return load_freq_list_from_file("list"); };
+  const auto load = [](std::string path) { return load_freq_list_from_file(path.data()); };
+  const auto load_list = [&] { return load("list"); };
   for (const auto& [text, list, error] : cases) {
     SCOPED_TRACE(text.substr(0, 60));
     write("list", text);
@@ -90,16 +95,18 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
       for (const auto shift : {0U, 8U, 16U, 24U}) sent.push_back(std::uint8_t(khz >> shift));
     }
     if (error.empty()) {
-      play(ready, load,
-           {{"refused", 1, 1, refused, -1, 20, 0, said + "Error setting frequency list.\n"}});
+      play(ready, load_list,
+           {{"refused",
+             {.after = 1, .times = 1, .then = refused},
+             {.result = -1, .code = 20, .text = said + "Error setting frequency list.\n"}}});
       said.append("Sent new frequency list to the Si468x.\n");
     }
-    play(ready, load, {{"", 0, 0, {}, error.empty() ? 0 : -1, 0, 0, said + error}});
+    play(ready, load_list, {{"", {}, {.result = error.empty() ? 0 : -1, .text = said + error}}});
     EXPECT_EQ(sim::commands(), std::vector<Bytes>(error.empty() ? 1 : 0, sent));
   }
   for (const auto* missing : {"missing", ".", "list/list", ""}) {
-    play(ready, [&] { return load_freq_list_from_file(missing); },
-         {{missing, 0, 0, {}, -1, 0, 0, "Frequency file does not exist\n"}});
+    play(ready, [&] { return load(missing); },
+         {{missing, {}, {.result = -1, .text = "Frequency file does not exist\n"}}});
     EXPECT_EQ(commands(), Lines{});
   }
 }

@@ -37,16 +37,20 @@ inline const Bytes refused = frame(0xC0, 0xC0);  // CTS, command error
 inline const Bytes arbiter = frame(0x80, 0xC2);  // CTS, arbiter error
 inline const Bytes broken = frame(0x80, 0xC1);   // CTS, non-recoverable error
 
-/// The chip answers `good_frames` frames well, the next `times` with `then`, all others well again.
+/// One run of an operation against a chip that answers all frames well but for some.
 struct Script {
   const char* what = "all well";
-  std::size_t good_frames = 0;
-  std::size_t times = 0;
-  Bytes then = {};
-  int result = 0;
-  std::uint32_t code = 0;       ///< Si468x_ErrorCode behind it
-  std::uint64_t waited_us = 0;  ///< sum of all delays
-  std::string text = {};        ///< what is printed
+  struct {
+    std::size_t after = 0;  ///< frames answered well before
+    std::size_t times = 0;
+    Bytes then = {};
+  } answers = {};
+  struct {
+    int result = 0;
+    std::uint32_t code = 0;       ///< Si468x_ErrorCode after it
+    std::uint64_t waited_us = 0;  ///< sum of all delays
+    std::string text = {};        ///< what is printed
+  } expected = {};
 };
 
 template <class Action>
@@ -159,12 +163,13 @@ class Board : public testing::Test {
 
   template <class Operation>
   void play(const Bytes& good, Operation operation, const std::vector<Script>& scripts = {{}}) {
-    for (const auto& row : scripts) {
-      SCOPED_TRACE(row.what);
-      start().answer(good, row.good_frames).answer(row.then, row.times).by_default(good);
-      EXPECT_EQ(printed([&] { EXPECT_EQ(operation(), row.result); }), row.text);
-      EXPECT_EQ(Si468x_ErrorCode, row.code);
-      EXPECT_EQ(sim::waited(), std::chrono::microseconds(row.waited_us));
+    for (const auto& [what, answers, expected] : scripts) {
+      SCOPED_TRACE(what);
+      start().answer(good, answers.after).answer(answers.then, answers.times).by_default(good);
+      EXPECT_EQ(printed([&, &wanted = expected.result] { EXPECT_EQ(operation(), wanted); }),
+                expected.text);
+      EXPECT_EQ(Si468x_ErrorCode, expected.code);
+      EXPECT_EQ(sim::waited(), std::chrono::microseconds(expected.waited_us));
       EXPECT_EQ(chip_->left(), 0U);
       EXPECT_EQ(sim::violations(), Lines{});
     }

@@ -9,4 +9,4 @@
 /// its next boot. Says on standard output what it did or why not. Reading ends at a line of 20 or
 /// more characters; a frequency outside 10000 to 1000000 kHz, or a list of more than 48, refuses
 /// the whole file. 0 when the list was sent, else -1.
-std::int16_t load_freq_list_from_file(const char* path);
+std::int16_t load_freq_list_from_file(char* path);

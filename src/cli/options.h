@@ -8,6 +8,9 @@
 
 #include <cstdint>
 
+/// The name of the list file that was not given.
+inline char no_list_file[] = "-";
+
 /// What one run was asked for. Flags are 0 or 1. A value of 0 in `frequency`, `fm_frequency`,
 /// `service` or `component` means that it was not given.
 struct arguments {
@@ -34,7 +37,7 @@ struct arguments {
   std::int32_t digital_service_list = 0;
   std::int32_t full_scan = 0;
   std::int32_t frequency_list = 0;
-  const char* frequency_list_file = "-";  ///< the argument itself, argv's
+  char* frequency_list_file = no_list_file;  ///< the argument itself, argv's
   std::int32_t station_text = 0;
 };
 

@@ -7,7 +7,9 @@
 #include <array>
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <memory>
+#include <sstream>
 #include <string>
 
 #include "si468x/dab_status.h"
@@ -21,8 +23,8 @@ class Ensemble_list {
  public:
   static constexpr std::size_t slots = dab_freq_list_limit;
 
-  Ensemble_list() = default;
-  virtual ~Ensemble_list() = default;
+  Ensemble_list();
+  virtual ~Ensemble_list();
   // The slots' lists refer to this object's buffers.
   Ensemble_list(const Ensemble_list&) = delete;
   Ensemble_list& operator=(const Ensemble_list&) = delete;
@@ -32,6 +34,11 @@ class Ensemble_list {
   /// Visit every index, with progress on standard output as it happens, then ask for the location.
   /// Always 0.
   int rescan();
+  /// Tune to `index` and keep what is there; `status` is filled as Si468x_DAB_tune_freq_save does.
+  /// `tuned` is called when the tune has been judged, before the rest is read. The result of
+  /// Si468x_DAB_tune_freq_save: when it is negative, nothing was stored.
+  std::int16_t visit(unsigned char index, Si468x_DAB_digrad_status& status,
+                     const std::function<void()>& tuned);
   /// Store copies of what was found at `index`; the entries of `list` go into a buffer that the
   /// slot owns from then on. 0, or -6 for an index without a slot; nothing is stored then.
   int add_ensemble(unsigned short index, Si468x_digital_service_list& list,
@@ -39,9 +46,12 @@ class Ensemble_list {
   /// Ask the location questions on standard output and take the answers from standard input, then
   /// compose `file_name`. An answer that is not there is empty. Always 0.
   int get_geo_location();
-  /// Write the scan file `file_name`, replacing one that is there. A file that cannot be written is
-  /// passed over in silence. Always 0.
-  int save_to_file() const;
+  /// Append the scan document to `out`: the location and an entry for each of
+  /// `number_of_frequencies`. Always 0.
+  int json_print_data(std::stringstream& out);
+  /// Write the document into the file `file_name`, replacing one that is there. A file that cannot
+  /// be written is passed over in silence. Always 0.
+  int save_to_file();
 
   Si468x_digital_service_list service_list[slots];
   Si468x_DAB_digrad_status digrad_status[slots];

@@ -41,7 +41,7 @@ void write_location(std::ostream& out, const Ensemble_list& ensembles) {
   out << "\n},\n";
 }
 
-void write_entry(std::stringstream& out, const Ensemble_list& ensembles, std::size_t index) {
+void write_entry(std::stringstream& out, Ensemble_list& ensembles, std::size_t index) {
   out << "{\n\"EnsemleNo\": " << index << ",\n";
   (void)ensembles.digrad_status[index].json_print_data(out);  // the writers always succeed
   if (ensembles.service_list[index].NumberServices != 0) {
@@ -71,18 +71,23 @@ int Ensemble_list::get_geo_location() {
   return 0;
 }
 
-int Ensemble_list::save_to_file() const {
-  std::stringstream document;
-  std::ofstream file(file_name, std::ios::trunc);
-  document << "{\"content\": \"FullStationScan\",\n\"FrequencyRegion\": \"Unknown\",\n";
-  write_location(document, *this);
-  document << "\"ensembleList\": [\n";
+int Ensemble_list::json_print_data(std::stringstream& out) {
+  out << "{\"content\": \"FullStationScan\",\n\"FrequencyRegion\": \"Unknown\",\n";
+  write_location(out, *this);
+  out << "\"ensembleList\": [\n";
   const auto entries = std::min<std::size_t>(number_of_frequencies, slots);
   for (std::size_t i = 0; i < entries; ++i) {
-    if (i > 0) document << ',';
-    write_entry(document, *this, i);
+    if (i > 0) out << ',';
+    write_entry(out, *this, i);
   }
-  document << "]}";
+  out << "]}";
+  return 0;
+}
+
+int Ensemble_list::save_to_file() {
+  std::stringstream document;
+  std::ofstream file(file_name, std::ios::trunc);
+  (void)json_print_data(document);
   file << document.view();
   return 0;
 }

@@ -5,14 +5,7 @@
 #pragma once
 
 #include <cstdio>
-#include <memory>
 
 /// Open the board's file `path` (absolute) as a stdio stream with the fopen mode `mode`.
 /// The stream is the caller's to close; null when the file cannot be opened.
 std::FILE* open_board_file(const char* path, const char* mode);
-
-/// A stream that was only read, closed with its owner: closing can lose nothing.
-struct Close_file {
-  void operator()(std::FILE* file) const { (void)std::fclose(file); }
-};
-using Input_file = std::unique_ptr<std::FILE, Close_file>;

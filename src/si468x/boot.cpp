@@ -5,9 +5,9 @@
 #include <array>
 #include <cstdio>
 
-#include "si468x/board_file.h"
 #include "si468x/bus.h"
 #include "si468x/firmware_images.h"
+#include "si468x/input_file.h"
 #include "si468x/protocol.h"
 #include "si468x/wire.h"
 
@@ -81,13 +81,6 @@ std::int16_t wait_for_loaded_chunk() {
     wait_us += load_wait_step_us;
   }
   return failed(Error::no_cts, result::timed_out);
-}
-
-/// Put a chip that did not take its image back into reset, and let go of the bus.
-void give_up_loading() {
-  Si468x_SPI_RSTB_low();
-  Si468x_bus_disable();
-  Si468x_delay_ms(after_failed_load_ms);
 }
 
 }  // namespace
@@ -180,36 +173,51 @@ void Si468x_power_down() {
   Si468x_SPI_shutdown();
 }
 
-std::int16_t power_up_and_load_fw(unsigned char dab) {
+Boot_step Si468x_load_and_boot(unsigned char dab) {
   // Starting SPI0 a second time is harmless, and a chip without a bus fails the power-up just
   // below.
   (void)Si468x_bus_enable();
   Si468x_reset();
-  if (Si468x_power_up() != 0) {
-    std::puts("Could not power up the Si468x");
-    return 0;
-  }
+  if (Si468x_power_up() != 0) return Boot_step::power_up;
   // A chip that did not take LOAD_INIT refuses the blocks that follow.
   (void)Si468x_load_init();
   if (Si468x_load_firmware_static(fw_rom00_patch016bin, sizeof fw_rom00_patch016bin) != 0) {
-    give_up_loading();
-    std::puts("Patch not transmitted successfully\n");
-    return 0;
+    return Boot_step::patch;
   }
   Si468x_delay_ms(after_patch_ms);
   (void)Si468x_load_init();
   const auto outcome =
       dab != 0 ? Si468x_load_firmware_static(fw_dab_radio_5_0_5bin, sizeof fw_dab_radio_5_0_5bin)
                : Si468x_load_firmware_static(fw_fmhd_radio_5_0_4bin, sizeof fw_fmhd_radio_5_0_4bin);
-  if (outcome != 0) {
-    std::puts("Firmware not transmitted successfully\n");
-    give_up_loading();
-    return 0;
-  }
+  if (outcome != 0) return Boot_step::firmware;
   Si468x_delay_ms(before_boot_ms);
-  if (Si468x_boot() != 0) {
-    std::puts("Boot up failed\n");
-    return 0;
+  return Si468x_boot() == 0 ? Boot_step::done : Boot_step::boot;
+}
+
+void Si468x_give_up_load() {
+  Si468x_SPI_RSTB_low();
+  Si468x_bus_disable();
+  Si468x_delay_ms(after_failed_load_ms);
+}
+
+std::int16_t power_up_and_load_fw(unsigned char dab) {
+  switch (Si468x_load_and_boot(dab)) {
+    case Boot_step::power_up:
+      std::puts("Could not power up the Si468x");
+      return 0;
+    case Boot_step::patch:
+      Si468x_give_up_load();
+      std::puts("Patch not transmitted successfully\n");
+      return 0;
+    case Boot_step::firmware:
+      std::puts("Firmware not transmitted successfully\n");
+      Si468x_give_up_load();
+      return 0;
+    case Boot_step::boot:
+      std::puts("Boot up failed\n");
+      return 0;
+    case Boot_step::done:
+      break;
   }
   std::puts("Boot up successful\n");
   return 1;

@@ -42,6 +42,23 @@ std::int16_t Si468x_boot();
 /// Hold the chip in reset and give the bus and the peripheral mapping back.
 void Si468x_power_down();
 
+/// The step at which loading and booting ended.
+enum class Boot_step {
+  power_up,  ///< the chip could not be powered up
+  patch,     ///< it did not take the boot patch
+  firmware,  ///< it did not take the firmware
+  boot,      ///< it did not boot the firmware
+  done,      ///< the firmware runs
+};
+
+/// Start the bus, reset the chip, load the patch and the DAB (`dab` not 0) or the FM-HD firmware,
+/// and boot it. The step that failed, or Boot_step::done. After Boot_step::patch or firmware the
+/// chip holds half an image: Si468x_give_up_load is then due.
+Boot_step Si468x_load_and_boot(unsigned char dab);
+
+/// Put a chip that did not take an image back into reset, stop SPI0 and wait 2 s.
+void Si468x_give_up_load();
+
 /// Command `boot`: reset the chip, load the patch and the DAB (`dab` not 0) or the FM-HD firmware
 /// and boot it, with a message for how it ended. 1 when it booted, else 0.
 std::int16_t power_up_and_load_fw(unsigned char dab);

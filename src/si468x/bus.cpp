@@ -3,10 +3,13 @@
 
 #include <bcm2835.h>
 
+#include <algorithm>
+#include <csignal>
+
 #include "si468x/board_file.h"
 #include "si468x/error_codes.h"
+#include "si468x/input_file.h"
 #include "si468x/peripheral_discovery.h"
-#include "si468x/protocol.h"
 
 using namespace si468x;
 
@@ -27,13 +30,11 @@ constexpr std::uint32_t cs_done = 0x10000;
 constexpr std::uint32_t cs_receive_data = 0x20000;    // the receive FIFO holds data
 constexpr std::uint32_t cs_transmit_space = 0x40000;  // the transmit FIFO takes data
 
-bool spi_shows(std::uint32_t cs_bit) {
-  return (bcm2835_peri_read(bcm2835_spi0 + cs_register) & cs_bit) != 0;
-}
-
 void set_spi_control(std::uint32_t value, std::uint32_t mask) {
   bcm2835_peri_set_bits(bcm2835_spi0 + cs_register, value, mask);
 }
+
+volatile std::sig_atomic_t is_interrupted = 0;
 
 /// SPI can be disabled in the system's configuration; only the device node tells.
 bool spi_is_enabled() { return Input_file(open_board_file("/dev/spidev0.0", "r")) != nullptr; }
@@ -75,12 +76,20 @@ void Si468x_SPI_RSTB_low() { bcm2835_gpio_write(reset_pin, LOW); }
 void Si468x_SPI_RSTB_high() { bcm2835_gpio_write(reset_pin, HIGH); }
 
 std::int16_t Si468x_SPI_RW_data(std::uint8_t* buf, std::uint16_t len) {
-  bcm2835_spi_transfern(reinterpret_cast<char*>(buf), len);
+  if (is_interrupted != 0) {
+    std::fill_n(buf, len, std::uint8_t{0});
+  } else {
+    bcm2835_spi_transfern(reinterpret_cast<char*>(buf), len);
+  }
   return result::ok;
 }
 
 std::int16_t Si468x_SPI_RW_data_noCS(std::uint8_t* buf, std::uint16_t len) {
-  bcm2835_spi_transfern_noCS(buf, len);
+  if (is_interrupted != 0) {
+    std::fill_n(buf, len, std::uint8_t{0});
+  } else {
+    bcm2835_spi_transfern_noCS(buf, len);
+  }
   return result::ok;
 }
 
@@ -99,8 +108,15 @@ void Si468x_BCM2835_i2s_input() {
   }
 }
 
-void Si468x_delay_ms(unsigned milliseconds) { bcm2835_delay(milliseconds); }
-void Si468x_delay_us(unsigned microseconds) { bcm2835_delayMicroseconds(microseconds); }
+void Si468x_interrupt() { is_interrupted = 1; }
+void Si468x_resume() { is_interrupted = 0; }
+
+void Si468x_delay_ms(unsigned milliseconds) {
+  if (is_interrupted == 0) bcm2835_delay(milliseconds);
+}
+void Si468x_delay_us(unsigned microseconds) {
+  if (is_interrupted == 0) bcm2835_delayMicroseconds(microseconds);
+}
 
 void bcm2835_spi_lowerCS() {
   // Two writes: bytes left over from the frame before must be gone before the line goes active.
@@ -112,15 +128,23 @@ void bcm2835_spi_higherCS() { set_spi_control(0, cs_transfer_active); }
 
 void bcm2835_spi_transfernb_noCS(const std::uint8_t* tbuf, std::uint8_t* rbuf, std::uint32_t len) {
   auto* const fifo = bcm2835_spi0 + fifo_register;
+  // The kernel's driver has the same registers. Once it has ended our frame for one of its own,
+  // nothing will come in any more: what is missing then shows in the chip's status.
+  bool is_ours = true;
+  const auto shows = [&is_ours](std::uint32_t cs_bit) {
+    const auto control = bcm2835_peri_read(bcm2835_spi0 + cs_register);
+    is_ours = is_ours && (control & cs_transfer_active) != 0;
+    return is_ours && (control & cs_bit) != 0;
+  };
   std::uint32_t sent = 0;
   std::uint32_t received = 0;
-  while (sent < len || received < len) {
-    while (sent < len && spi_shows(cs_transmit_space)) bcm2835_peri_write(fifo, tbuf[sent++]);
-    while (received < len && spi_shows(cs_receive_data)) {
+  while (is_ours && (sent < len || received < len)) {
+    while (sent < len && shows(cs_transmit_space)) bcm2835_peri_write(fifo, tbuf[sent++]);
+    while (received < len && shows(cs_receive_data)) {
       rbuf[received++] = static_cast<std::uint8_t>(bcm2835_peri_read(fifo));
     }
   }
-  while (!spi_shows(cs_done)) {
+  while (is_ours && !shows(cs_done)) {
   }
 }
 

@@ -46,6 +46,13 @@ void Si468x_SPI_shutdown();
 /// device drives.
 void Si468x_BCM2835_i2s_input();
 
+/// Have whatever the driver does end soon: until Si468x_resume, waits take no time, and transfers
+/// do not happen and bring zeros, which say "not ready", so that every operation runs into its own
+/// time-out at once. Pins and chip select are driven as always. May be called by a signal handler;
+/// a long wait that is under way ends when the signal breaks the system's sleep.
+void Si468x_interrupt();
+void Si468x_resume();
+
 /// Blocking waits.
 void Si468x_delay_ms(unsigned milliseconds);
 void Si468x_delay_us(unsigned microseconds);
@@ -57,6 +64,7 @@ void Si468x_delay_us(unsigned microseconds);
 void bcm2835_spi_lowerCS();
 void bcm2835_spi_higherCS();
 /// Send `len` bytes of `tbuf` while `len` bytes come into `rbuf` (which may be the same array),
-/// with transfer active already set; it stays set. Returns when the last bit is on the wire.
+/// with transfer active already set; it stays set. Returns when the last bit is on the wire, or
+/// when somebody else has cleared transfer active: the rest of `rbuf` is then untouched.
 void bcm2835_spi_transfernb_noCS(const std::uint8_t* tbuf, std::uint8_t* rbuf, std::uint32_t len);
 void bcm2835_spi_transfern_noCS(std::uint8_t* buf, std::uint32_t len);

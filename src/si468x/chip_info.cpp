@@ -96,7 +96,7 @@ std::int16_t Si468x_chip_info::get_func_info() {
   return result::ok;
 }
 
-void Si468x_chip_info::print_data() const {
+std::int16_t Si468x_chip_info::print_data() {
   std::puts("Chip info ---------------------------- ");
   print_fields(status_fields, *this);
   print_fields(part_fields, *this);
@@ -105,6 +105,7 @@ void Si468x_chip_info::print_data() const {
               revision_build);
   print_fields(function_fields, *this);
   print_fields(svn_fields, *this);
+  return result::ok;
 }
 
 int print_chip_info() {
@@ -114,6 +115,6 @@ int print_chip_info() {
   (void)info.get_part_info();
   (void)info.get_sys_state();
   (void)info.get_func_info();
-  info.print_data();
+  (void)info.print_data();
   return 0;
 }

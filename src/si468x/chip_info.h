@@ -46,7 +46,7 @@ struct Si468x_chip_info {
   std::int16_t get_func_info();
 
   /// Print the record as a text table.
-  void print_data() const;
+  std::int16_t print_data();
 };
 
 /// Command `chip_info`: read everything and print it, zeros for what could not be read. Always 0.

@@ -4,6 +4,7 @@
 #include <array>
 #include <cstdio>
 #include <iostream>
+#include <utility>
 
 #include "si468x/record.h"
 
@@ -40,7 +41,11 @@ constexpr std::size_t digrad_reply_bytes = 24;
 static_assert(fits(digrad_fields, digrad_reply_bytes));
 
 // The text report names the lower threshold first, reply and JSON the higher one.
-constexpr auto digrad_report = with_rows_exchanged(digrad_fields, 3, 4);
+constexpr auto digrad_report = [] {
+  auto rows = digrad_fields;
+  std::swap(rows[3], rows[4]);
+  return rows;
+}();
 
 constexpr std::array event_fields{
     text_field<&Events::reconfigINT>(bit(5, 7), "Ensemble reconfig event:"),
@@ -63,14 +68,15 @@ std::int16_t Si468x_DAB_digrad_status::get_new_status() {
                                          digrad_fields, *this, Error::digrad_status);
 }
 
-void Si468x_DAB_digrad_status::print_data() const {
+std::int16_t Si468x_DAB_digrad_status::print_data() {
   std::puts("Digrad status ------------------------ ");
   print_fields(digrad_report, *this);
+  return result::ok;
 }
 
-int Si468x_DAB_digrad_status::json_print_data(std::stringstream& out) const {
+int Si468x_DAB_digrad_status::json_print_data(std::stringstream& out) {
   open_object(out, "DigradStatus");
-  write_members(out, digrad_fields, *this, "\n");
+  write_members(out, digrad_fields, *this, Next::end);
   out << '}';
   return 0;
 }
@@ -81,15 +87,16 @@ std::int16_t Si468x_DAB_event_status::get_new_status() {
       Error::event_status);
 }
 
-void Si468x_DAB_event_status::print_data() const {
+std::int16_t Si468x_DAB_event_status::print_data() {
   std::puts("Event status ------------------------- ");
   print_fields(event_fields, *this);
+  return result::ok;
 }
 
 int print_digrad_status() {
   Si468x_DAB_digrad_status status;
   (void)status.get_new_status();  // a failed read is shown as zeros
-  status.print_data();
+  (void)status.print_data();
   return 0;
 }
 
@@ -98,13 +105,13 @@ int print_digrad_status_json() {
   Si468x_DAB_digrad_status status;
   (void)status.get_new_status();  // a failed read is shown as zeros
   (void)status.json_print_data(out);
-  std::cout << out.str();
+  std::cout << out.view();
   return 0;
 }
 
 int print_event_status() {
   Si468x_DAB_event_status status;
   (void)status.get_new_status();  // a failed read is shown as zeros
-  status.print_data();
+  (void)status.print_data();
   return 0;
 }

@@ -36,10 +36,10 @@ struct Si468x_DAB_digrad_status {
   /// record then keeps its contents.
   std::int16_t get_new_status();
   /// Print the record as a text table.
-  void print_data() const;
+  std::int16_t print_data();
   /// Append the member "DigradStatus" to `out`, without enclosing braces or a last newline. Always
   /// 0.
-  int json_print_data(std::stringstream& out) const;
+  int json_print_data(std::stringstream& out);
 };
 
 /// Events of the tuned ensemble; reading them acknowledges them. Flags are 0 or 1.
@@ -57,7 +57,7 @@ struct Si468x_DAB_event_status {
   /// negative result with code 24; the record then keeps its contents.
   std::int16_t get_new_status();
   /// Print the record as a text table.
-  void print_data() const;
+  std::int16_t print_data();
 };
 
 // Front-end commands: each prints its record, zeros when it could not be read, and returns 0.

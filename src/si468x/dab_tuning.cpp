@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <array>
 #include <cstdio>
-#include <limits>
 #include <optional>
 
 #include "si468x/bus.h"
@@ -25,9 +24,8 @@ constexpr std::size_t set_list_frame_bytes =
 constexpr std::size_t list_count_byte = reply_data;
 constexpr std::size_t list_count_reply_bytes = list_count_byte + 1;
 constexpr std::size_t list_entries_byte = 9;
-// The count is one byte from the chip: the reply has room for whatever it may say.
 constexpr std::size_t longest_list_reply_bytes =
-    list_entries_byte + std::numeric_limits<std::uint8_t>::max() * bytes_per_frequency;
+    list_entries_byte + dab_freq_list_claim_limit * bytes_per_frequency;
 
 constexpr std::uint8_t lowest_usable_fic_quality = 30;
 
@@ -84,8 +82,7 @@ std::int16_t Si468x_DAB_get_freq_list(unsigned int* list, unsigned char* count) 
   const auto outcome = Si468x_send_cmd(frame.data(), reply.data(), frame.size(),
                                        static_cast<std::uint16_t>(reply_bytes));
   if (outcome < 0) return failed(Error::get_freq_list_entries, outcome);
-  const auto entries = std::min(*count, dab_freq_list_limit);
-  for (std::size_t i = 0; i < entries; ++i) {
+  for (std::size_t i = 0; i < *count; ++i) {
     list[i] = le32(&reply[list_entries_byte + i * bytes_per_frequency]);
   }
   return result::ok;
@@ -110,21 +107,26 @@ std::int16_t Si468x_DAB_tune_freq_save(unsigned char index, Si468x_DAB_digrad_st
   return wait_for_stable_service_list();
 }
 
-std::int16_t tune_freq(unsigned char index) {
+std::int16_t Si468x_DAB_tune_and_acquire(unsigned char index) {
   constexpr unsigned after_tune_ms = 500;
   constexpr unsigned check_limit = 10;
   constexpr unsigned check_wait_ms = 200;
   Si468x_DAB_digrad_status status;
-  (void)Si468x_DAB_tune_freq(index);  // whether an ensemble is there is judged by acquisition alone
+  const auto tuned = Si468x_DAB_tune_freq(index);
   Si468x_delay_ms(after_tune_ms);
   for (unsigned check = 0; check < check_limit; ++check) {
     const bool acquired = status.get_new_status() == 0 && status.acq != 0;
     Si468x_delay_ms(check_wait_ms);
-    if (acquired) {
-      std::puts("Tuned.\n");
-      return 0;
-    }
+    if (acquired) return result::ok;
   }
-  std::puts("Could not tune to frequency\n");
-  return -1;
+  return tuned < 0 ? tuned : result::timed_out;
+}
+
+std::int16_t tune_freq(unsigned char index) {
+  if (Si468x_DAB_tune_and_acquire(index) != 0) {
+    std::puts("Could not tune to frequency\n");
+    return -1;
+  }
+  std::puts("Tuned.\n");
+  return 0;
 }

@@ -32,13 +32,14 @@ std::int16_t Si468x_time::get_ensembletime() {
                                        time_fields, *this, Error::ensemble_time);
 }
 
-void Si468x_time::print_data() const {
+std::int16_t Si468x_time::print_data() {
   std::printf("%d-%d-%dT%d:%d:%dZ\n", year, month, day, hour, minute, second);
+  return result::ok;
 }
 
-int Si468x_time::json_print_data(std::stringstream& out) const {
+int Si468x_time::json_print_data(std::stringstream& out) {
   open_object(out, "ensembleTime");
-  write_members(out, time_fields, *this, "\n");
+  write_members(out, time_fields, *this, Next::end);
   out << "}\n";
   return 0;
 }
@@ -46,7 +47,7 @@ int Si468x_time::json_print_data(std::stringstream& out) const {
 int print_ensembletime() {
   Si468x_time time;
   (void)time.get_ensembletime();  // a failed read is shown as zeros
-  time.print_data();
+  (void)time.print_data();
   return 0;
 }
 
@@ -55,6 +56,6 @@ int print_ensembletime_json() {
   Si468x_time time;
   (void)time.get_ensembletime();  // a failed read is shown as zeros
   (void)time.json_print_data(out);
-  std::cout << out.str();
+  std::cout << out.view();
   return 0;
 }

@@ -22,9 +22,9 @@ struct Si468x_time {
   /// record then keeps its contents.
   std::int16_t get_ensembletime();
   /// Print one line such as 2017-3-5T9:7:0Z, without leading zeros.
-  void print_data() const;
+  std::int16_t print_data();
   /// Append the member "ensembleTime" and a newline to `out`, without enclosing braces. Always 0.
-  int json_print_data(std::stringstream& out) const;
+  int json_print_data(std::stringstream& out);
 };
 
 // Front-end commands: each prints the time, zeros when it could not be read, and returns 0.

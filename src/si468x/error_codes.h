@@ -1,11 +1,17 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // Results and error codes of the driver, each said once. An operation has a base number; the step
-// that failed adds a multiple of 100. Some numbers serve two operations: the chip's firmware tells
-// them apart.
+// that failed adds a multiple of 100. 21, 160 and 260 serve two or more operations each: there only
+// the caller knows which one failed.
 #pragma once
 
 #include <cstdint>
+
+/// Code of the last failure, an `Error`; 0 until one happens. Nothing clears it.
+extern std::uint32_t Si468x_ErrorCode;
+
+/// Store `code` in Si468x_ErrorCode. The first argument is not used.
+void Si468x_failure(std::int16_t, std::uint32_t code);
 
 namespace si468x {
 
@@ -96,5 +102,8 @@ enum class Error : std::uint32_t {
 constexpr Error numbered(Error first, std::uint32_t step) {
   return static_cast<Error>(static_cast<std::uint32_t>(first) + 100 * step);
 }
+
+/// Store the code of a failure and hand its result through, for `return failed(...)`.
+std::int16_t failed(Error code, std::int16_t result);
 
 }  // namespace si468x

@@ -1,7 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "si468x/fm_rds.h"
 
+#include <array>
 #include <cstdio>
+#include <iterator>
 
 #include "si468x/fm_tuning.h"
 #include "si468x/properties.h"
@@ -47,7 +49,7 @@ constexpr std::array<Property, 2> decoder_settings{{{0x3C02, 0x0001}, {0x3900, 0
 
 }  // namespace
 
-const std::array<const char*, 32> pty_meaning_europe{
+const char* const pty_meaning_europe[32] = {
     "No programme type defined",
     "News",
     "Current affairs",
@@ -91,25 +93,31 @@ std::int16_t Si468x_FM_rds_status::get_status() {
   return result::ok;
 }
 
-void Si468x_FM_rds_status::print_data() const {
+std::int16_t Si468x_FM_rds_status::print_data() {
   std::puts("FM RDS status  ");
   print_fields(programme_fields, *this);
   print_line("PTY Meaning (Europe):",
-             pty < pty_meaning_europe.size() ? pty_meaning_europe[pty] : "unknown");
+             pty < std::size(pty_meaning_europe) ? pty_meaning_europe[pty] : "unknown");
   print_fields(group_fields, *this);
   std::putchar('\n');
+  return result::ok;
 }
 
-std::int16_t get_rds_status() {
+std::int16_t Si468x_FM_enable_rds() {
   for (auto setting : decoder_settings) {
     const auto outcome = Si468x_set_property(setting.data());
     if (outcome != 0) return outcome;
   }
+  return result::ok;
+}
+
+std::int16_t get_rds_status() {
+  if (const auto outcome = Si468x_FM_enable_rds(); outcome != 0) return outcome;
   Si468x_FM_rsq_status quality;
   (void)quality.get_status();  // a failed read is shown as zeros
-  quality.print_data();
+  (void)quality.print_data();
   Si468x_FM_rds_status rds;
   (void)rds.get_status();  // a failed read is shown as zeros
-  rds.print_data();
+  (void)rds.print_data();
   return 0;
 }

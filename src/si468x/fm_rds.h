@@ -3,11 +3,10 @@
 // What the receiver's RDS decoder has of the tuned FM station. Command `rds_status`.
 #pragma once
 
-#include <array>
 #include <cstdint>
 
 /// Names of the European programme types, by their code.
-extern const std::array<const char*, 32> pty_meaning_europe;
+extern const char* const pty_meaning_europe[32];
 
 /// State of the RDS decoder and the group at the head of its FIFO. Flags are 0 or 1.
 struct Si468x_FM_rds_status {
@@ -32,12 +31,16 @@ struct Si468x_FM_rds_status {
   std::uint16_t block_c = 0;
   std::uint16_t block_d = 0;
 
-  /// Ask the chip and fill every field. 0, or the protocol's negative result with code 62; the
-  /// record then keeps its contents.
+  /// Ask the chip, which hands out a group from its FIFO, and fill every field. 0, or the
+  /// protocol's negative result with code 62; the record then keeps its contents.
   std::int16_t get_status();
   /// Print the record as a text table, with an empty line behind it.
-  void print_data() const;
+  std::int16_t print_data();
 };
+
+/// Switch the RDS decoder on, which a boot leaves off. 0, or the result of the property that could
+/// not be written, with the codes of Si468x_set_property.
+std::int16_t Si468x_FM_enable_rds();
 
 /// Command `rds_status`: switch the RDS decoder on and print signal quality and RDS state, zeros
 /// for what could not be read. 0, or the result of the property that could not be written; nothing

@@ -83,10 +83,11 @@ std::int16_t Si468x_FM_rsq_status::get_status() {
   return outcome;
 }
 
-void Si468x_FM_rsq_status::print_data() const {
+std::int16_t Si468x_FM_rsq_status::print_data() {
   std::puts("FM RSQ status  ");
   print_fields(quality_fields, *this);
   std::putchar('\n');
+  return result::ok;
 }
 
 std::int16_t tune_fm_freq(unsigned int khz) {

@@ -41,7 +41,7 @@ struct Si468x_FM_rsq_status {
   /// record then keeps its contents.
   std::int16_t get_status();
   /// Print the record as a text table, with an empty line behind it.
-  void print_data() const;
+  std::int16_t print_data();
 };
 
 /// Command `fm_frequency`: tune, with a message. 0, or -1 when the tune failed.

@@ -12,6 +12,7 @@
 #include <optional>
 
 #include "si468x/board_file.h"
+#include "si468x/input_file.h"
 
 namespace {
 
@@ -68,7 +69,7 @@ void discover_peripherals() {
   const Input_file ranges(open_board_file("/proc/device-tree/soc/ranges", "rb"));
   if (!ranges) return;
   if (const auto base = read_big_endian_word(ranges.get(), offsets.base)) {
-    bcm2835_peripherals_base = static_cast<decltype(bcm2835_peripherals_base)>(*base);
+    bcm2835_peripherals_base = peripheral_address<decltype(bcm2835_peripherals_base)>(*base);
   }
   if (const auto size = read_big_endian_word(ranges.get(), offsets.size)) {
     bcm2835_peripherals_size = static_cast<decltype(bcm2835_peripherals_size)>(*size);

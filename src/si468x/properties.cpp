@@ -42,6 +42,15 @@ std::int16_t write_property(std::uint16_t id, std::uint16_t value) {
   return Si468x_set_property(property.data());
 }
 
+/// Ids and values, in the order in which they are written.
+std::array<std::array<std::uint16_t, 2>, 3> output_settings(unsigned char enable) {
+  return {{
+      {property::i2s_configuration, i2s_configuration_value},
+      {property::audio_output, enable != 0 ? output_i2s : output_analog},
+      {property::i2s_format, i2s_format_value},
+  }};
+}
+
 }  // namespace
 
 char buffer[5000] = "";
@@ -86,18 +95,13 @@ std::int16_t set_properties_volume(unsigned char level) {
 }
 
 std::int16_t set_properties_output(unsigned char enable) {
-  const std::array<std::array<std::uint16_t, 2>, 3> settings{{
-      {property::i2s_configuration, i2s_configuration_value},
-      {property::audio_output, enable != 0 ? output_i2s : output_analog},
-      {property::i2s_format, i2s_format_value},
-  }};
-  for (const auto& [id, value] : settings) {
+  for (const auto& [id, value] : output_settings(enable)) {
     if (write_property(id, value) != 0) return -1;
   }
   return 0;
 }
 
 std::int16_t set_options_i2s(unsigned char enable) {
-  (void)set_properties_output(enable);  // by its contract
+  for (const auto& [id, value] : output_settings(enable)) (void)write_property(id, value);
   return 0;
 }

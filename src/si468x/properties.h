@@ -30,5 +30,5 @@ std::int16_t set_properties_volume(unsigned char level);
 /// -1 at the first property that failed; the later ones are then not written.
 std::int16_t set_properties_output(unsigned char enable);
 
-/// The same for a caller who does not want to know: always 0.
+/// The same, but a property that fails does not keep the others from being written. Always 0.
 std::int16_t set_options_i2s(unsigned char enable);

@@ -55,14 +55,7 @@ std::int16_t wait_for_cts(std::uint8_t* status) {
 
 }  // namespace
 
-std::uint32_t Si468x_ErrorCode = 0;
-
 namespace si468x {
-
-std::int16_t failed(Error code, std::int16_t result) {
-  Si468x_failure(result, static_cast<std::uint32_t>(code));
-  return result;
-}
 
 bool is_clear_to_send(const std::uint8_t* frame) { return has_bit(frame[status_0], 7); }
 
@@ -134,8 +127,6 @@ std::int16_t Si468x_check_status_bits(std::uint8_t* reply) {
   }
   return failed(Error::status_non_recoverable, result_of(fault));
 }
-
-void Si468x_failure(std::int16_t /*result*/, std::uint32_t code) { Si468x_ErrorCode = code; }
 
 std::int16_t Si468x_min(std::int16_t a, std::int16_t b) { return std::min(a, b); }
 

@@ -15,9 +15,6 @@
 
 #include "si468x/error_codes.h"
 
-/// Code of the last failure, an `Error`; 0 until one happens. Nothing clears it.
-extern std::uint32_t Si468x_ErrorCode;
-
 namespace si468x {
 
 /// First byte of a command frame.
@@ -69,9 +66,6 @@ Status_fault find_status_fault(const std::uint8_t* frame);
 /// non-recoverable error) or -1 (dropped data, arbiter error).
 std::int16_t judge_status(const std::uint8_t* frame, Error code);
 
-/// Store the code of a failure and hand its result through, for `return failed(...)`.
-std::int16_t failed(Error code, std::int16_t result);
-
 }  // namespace si468x
 
 /// Send `cmd_len` bytes of `cmd`, wait for CTS (50 status reads, 1.23 s of waiting at the most),
@@ -96,9 +90,6 @@ std::int16_t Si468x_send_cmd_simple(std::uint8_t* cmd, std::uint16_t len);
 /// Judge a frame already read, at least 5 bytes: 0; -2 (code 58 command error, 258
 /// non-recoverable); -1 (code 158).
 std::int16_t Si468x_check_status_bits(std::uint8_t* reply);
-
-/// Store `code` in Si468x_ErrorCode. The first argument is not used.
-void Si468x_failure(std::int16_t, std::uint32_t code);
 
 std::int16_t Si468x_min(std::int16_t a, std::int16_t b);
 void Si468x_clear_array(std::uint8_t* a, std::uint16_t n);

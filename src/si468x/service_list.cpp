@@ -83,32 +83,21 @@ static_assert(fits(component_id_fields, component_bytes) && fits(stream_fields, 
               fits(fidc_fields, component_bytes) && fits(packet_fields, component_bytes) &&
               fits(component_fields, component_bytes));
 
-/// Hand the tables of a service's ids to `visit`, in the order in which they are decoded and
-/// written: the first decides which comes next.
-template <class Visit>
-void visit_id_fields(const Service& service, Visit visit) {
-  visit(service_id_fields);
-  if (service.AudioOrDataFlag == 1) {
-    visit(data_id_fields);
-  } else {
-    visit(audio_id_fields);
-  }
+/// The fields of the id that a service has by its kind.
+Fields<Service> id_fields(const Service& service) {
+  if (service.AudioOrDataFlag == 1) return data_id_fields;
+  return audio_id_fields;
 }
 
-/// The same for a component and its transport mechanism.
-template <class Visit>
-void visit_id_fields(const Component& component, Visit visit) {
-  visit(component_id_fields);
+/// The fields of the id that a component has by its transport mechanism.
+Fields<Component> id_fields(const Component& component) {
   switch (component.TMID) {
     case 2:
-      visit(fidc_fields);
-      break;
+      return fidc_fields;
     case 3:
-      visit(packet_fields);
-      break;
+      return packet_fields;
     default:
-      visit(stream_fields);
-      break;
+      return stream_fields;
   }
 }
 
@@ -166,7 +155,7 @@ std::int16_t Si468x_digital_service_list::get_new_list(unsigned char* reply) {
   return result::ok;
 }
 
-int Si468x_digital_service_list::json_print_data(std::stringstream& out) const {
+int Si468x_digital_service_list::json_print_data(std::stringstream& out) {
   open_object(out, "DigitalServiceList");
   write_members(out, list_fields, *this);
   Service service;
@@ -179,7 +168,7 @@ int Si468x_digital_service_list::json_print_data(std::stringstream& out) const {
   return 0;
 }
 
-std::int16_t Si468x_service_data::get_service(const Si468x_digital_service_list* list,
+std::int16_t Si468x_service_data::get_service(Si468x_digital_service_list* list,
                                               unsigned char index) {
   if (index >= list->NumberServices) return failed(Error::service_index, result::invalid);
   const std::size_t area = list->ServiceEntries == nullptr ? 0 : list->ServiceEntriesSize;
@@ -192,7 +181,8 @@ std::int16_t Si468x_service_data::get_service(const Si468x_digital_service_list*
   if (offset + service_bytes > area) return failed(Error::service_entry, result::unfit);
 
   std::uint8_t* const entry = list->ServiceEntries + offset;
-  visit_id_fields(*this, [&](const auto& fields) { decode(fields, entry, *this); });
+  decode(service_id_fields, entry, *this);
+  decode(id_fields(*this), entry, *this);
   decode(service_fields, entry, *this);
   std::copy_n(entry + label_byte, sizeof Label, Label);
   ComponentEntries = nullptr;
@@ -201,10 +191,11 @@ std::int16_t Si468x_service_data::get_service(const Si468x_digital_service_list*
   return result::ok;
 }
 
-int Si468x_service_data::json_print_data(std::stringstream& out, unsigned short service_no) const {
+int Si468x_service_data::json_print_data(std::stringstream& out, unsigned short service_no) {
   out << "{\n";
   write_member(out, "ServiceNo", service_no);
-  visit_id_fields(*this, [&](const auto& fields) { write_members(out, fields, *this); });
+  write_members(out, service_id_fields, *this);
+  write_members(out, id_fields(*this), *this);
   write_members(out, service_fields, *this);
   out << "\"Label\": \"";
   write_label(out, Label);
@@ -218,23 +209,24 @@ int Si468x_service_data::json_print_data(std::stringstream& out, unsigned short 
   return 0;
 }
 
-std::int16_t Si468x_DAB_component::get_component(const Si468x_service_data* service,
+std::int16_t Si468x_DAB_component::get_component(Si468x_service_data* service,
                                                  unsigned char index) {
   if (index >= service->NumberComponents || service->ComponentEntries == nullptr) {
     return failed(Error::component_index, result::invalid);
   }
   const std::uint8_t* const entry = service->ComponentEntries + index * component_bytes;
-  visit_id_fields(*this, [&](const auto& fields) { decode(fields, entry, *this); });
+  decode(component_id_fields, entry, *this);
+  decode(id_fields(*this), entry, *this);
   decode(component_fields, entry, *this);
   return result::ok;
 }
 
-int Si468x_DAB_component::json_print_data(std::stringstream& out,
-                                          unsigned short component_no) const {
+int Si468x_DAB_component::json_print_data(std::stringstream& out, unsigned short component_no) {
   out << "{\n";
   write_member(out, "ComponentNo", component_no);
-  visit_id_fields(*this, [&](const auto& fields) { write_members(out, fields, *this); });
-  write_members(out, component_fields, *this, "\n");
+  write_members(out, component_id_fields, *this);
+  write_members(out, id_fields(*this), *this);
+  write_members(out, component_fields, *this, Next::end);
   out << '}';
   return 0;
 }
@@ -247,6 +239,6 @@ int print_digital_service_list() {
   (void)list.get_new_list(reply.data());  // a failed read is shown as an empty list
   std::stringstream out;
   (void)list.json_print_data(out);
-  std::cout << out.str();
+  std::cout << out.view();
   return 0;
 }

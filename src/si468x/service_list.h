@@ -28,7 +28,7 @@ struct Si468x_digital_service_list {
   std::int16_t get_new_list(unsigned char* reply);
   /// Append the member "DigitalServiceList" to `out`, without a last newline. A service that cannot
   /// be located is written with the contents of the one before it. Always 0.
-  int json_print_data(std::stringstream& out) const;
+  int json_print_data(std::stringstream& out);
 };
 
 /// One service. Fields without a range are as wide as their type.
@@ -51,9 +51,9 @@ struct Si468x_service_data {
   /// with code 127, 227 (an entry before it runs past the list), 327 (its own does): the record
   /// then keeps its contents; -4 with code 427 (its components do): the record is decoded and
   /// ComponentEntries null.
-  std::int16_t get_service(const Si468x_digital_service_list* list, unsigned char index);
+  std::int16_t get_service(Si468x_digital_service_list* list, unsigned char index);
   /// Append the service as an object, numbered `service_no`, with its components. Always 0.
-  int json_print_data(std::stringstream& out, unsigned short service_no) const;
+  int json_print_data(std::stringstream& out, unsigned short service_no);
 };
 
 /// One component of a service. Which of the ids it has depends on its transport mechanism.
@@ -71,9 +71,9 @@ struct Si468x_DAB_component {
 
   /// Decode component `index` of `service`; the ids that its TMID does not have keep their values.
   /// 0, or -6 with code 28 for an index not below NumberComponents, or when there are no entries.
-  std::int16_t get_component(const Si468x_service_data* service, unsigned char index);
+  std::int16_t get_component(Si468x_service_data* service, unsigned char index);
   /// Append the component as an object, numbered `component_no`. Always 0.
-  int json_print_data(std::stringstream& out, unsigned short component_no) const;
+  int json_print_data(std::stringstream& out, unsigned short component_no);
 };
 
 /// Command `digital_service_list`: read the list and print it as JSON, an empty list when it could

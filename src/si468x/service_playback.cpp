@@ -106,7 +106,7 @@ std::int16_t Si468x_digital_service_data::get_new_data(unsigned char* reply) {
   return result::ok;
 }
 
-void Si468x_digital_service_data::print_stationtext() const {
+void Si468x_digital_service_data::print_stationtext() {
   if (payload == nullptr) return;
   constexpr std::size_t prefix_bytes = 2;
   constexpr std::size_t trailing_bytes = 1;
@@ -119,9 +119,10 @@ void Si468x_digital_service_data::print_stationtext() const {
   }
 }
 
-void Si468x_digital_service_data::print_data() const {
+std::int16_t Si468x_digital_service_data::print_data() {
   std::puts("Digital service data ----------------- ");
   print_fields(packet_fields, *this);
+  return result::ok;
 }
 
 std::int16_t play_station(unsigned int service_id, unsigned int component_id) {

@@ -41,9 +41,9 @@ struct Si468x_digital_service_data {
   std::int16_t get_new_data(unsigned char* reply);
   /// Print the payload without its first two bytes and its last one: printable ASCII as it is, any
   /// other byte as two hex digits and a blank. No line end.
-  void print_stationtext() const;
+  void print_stationtext();
   /// Print every field of the header as a text table.
-  void print_data() const;
+  std::int16_t print_data();
 };
 
 /// Command `play`: start an audio service. 0, or -1 after a message.

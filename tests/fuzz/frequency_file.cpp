@@ -10,7 +10,8 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const fuzz::Constant_board board(fuzz::content);
   const int file = memfd_create("frequencies", MFD_CLOEXEC);
   fuzz::require(write(file, data, size) == static_cast<ssize_t>(size), "a file in memory");
-  const auto result = load_freq_list_from_file(("/proc/self/fd/" + std::to_string(file)).c_str());
+  auto path = "/proc/self/fd/" + std::to_string(file);
+  const auto result = load_freq_list_from_file(path.data());
   (void)close(file);
 
   const auto sent = sim::commands();

@@ -9,13 +9,13 @@
 
 namespace {
 
-std::string json(const Si468x_digital_service_list& list) {
+std::string json(Si468x_digital_service_list& list) {
   std::stringstream out;
   (void)list.json_print_data(out);
   return out.str();
 }
 
-void walk(const Si468x_digital_service_list& list) {
+void walk(Si468x_digital_service_list& list) {
   Si468x_service_data service;
   Si468x_DAB_component component;
   for (unsigned i = 0; i <= list.NumberServices; ++i) {

@@ -1,51 +1,26 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// Whole runs of kestrelctl, beside those that README.md shows: with a kestrel that is a script, and
-// with kestrel-sim.
+// Whole runs of kestrelctl on the simulated board, beside those that README.md shows.
 #include <gtest/gtest.h>
 #include <sys/wait.h>
 #include <unistd.h>
-
-#include <tuple>
 
 #include "../directory.h"
 
 namespace {
 
-constexpr char scan_a[] =
-    R"({"ensembleList": [{"EnsemleNo": 0, "DigradStatus": {"rssi": 40, "tune_freq": 174928},
-"DigitalServiceList": {"ServiceList": [{"ServId": 6, "Label": "First", "ComponentList": [{"comp_ID": 1}]}]}},
-{"EnsemleNo": 1, "DigradStatus": {"valid": 1, "tune_freq": 176640}},
-{"EnsemleNo": 2, "DigradStatus": {"valid": 0, "tune_freq": 178352}},
-{"EnsemleNo": 33, "DigradStatus": {"rssi": 62, "tune_freq": 227360}, "DigitalServiceList": {"ServiceList": [
-{"ServId": 17333, "Label": "Seegrund Pop", "ComponentList": [{"comp_ID": 12, "ASCTyDSCTy": 63}]},
-{"ServId": 8, "Label": "Seegrund</b><i>", "ComponentList": [{"comp_ID": 2}]}]}}]})";
-
-/// A kestrel that counts its runs and says what the file `says` has for each.
-constexpr char script[] = R"bash(#!/bin/bash
-exec 9>>running; flock -n 9 || echo "two at once" >>clashes
-echo run >>runs
-printf 'Starting...\nSPI bus enabled.\n\n%b' "$(sed -n "$(wc -l <runs)p" says)"
-)bash";
-
 class Kestrelctl : public testing::Test, protected Directory {
  protected:
-  Kestrelctl() {
-    write("a.json", scan_a);
-    write("kestrel", script);
-    std::filesystem::permissions(path("kestrel"), std::filesystem::perms::owner_all);
-  }
   void SetUp() override {
-    if (geteuid() != 0) GTEST_SKIP() << "kestrel needs root";
+    if (geteuid() != 0) GTEST_SKIP() << "the receiver is root's";
   }
 
-  /// Have the shell run `command`, in which `ctl` is kestrelctl with the script for a kestrel; what
-  /// it printed on both streams.
+  /// Have the shell run `command`, in which `ctl` is kestrelctl-sim; what it printed on both
+  /// streams.
   std::string run(const std::string& command) {
     write("run", R"bash(
-export KESTREL=./kestrel KESTREL_SIM_CLOCK=virtual KESTREL_SIM_DIR="$PWD/board"
-ctl() { local name="$1"; shift; timeout 20 ")bash" KESTRELCTL_PROGRAM R"bash(" "$name" "$@"; }
-locked() { ctl "$@" --lock ./lock; }
+export KESTREL_SIM_CLOCK="${CLOCK:-virtual}" KESTREL_SIM_DIR="$PWD/board" KESTREL_STATE="$PWD/state"
+ctl() { timeout 20 ")bash" KESTRELCTL_PROGRAM R"bash(" "$@"; }
 exec >out 2>&1
 )bash" + command);
     status_ = WEXITSTATUS(std::system(("cd '" + path("") + "' && bash run").c_str()));
@@ -55,30 +30,57 @@ exec >out 2>&1
   int status_ = -1;
 };
 
+struct Row {
+  const char* command;
+  int status;
+  const char* printed;  ///< a part of it
+};
+
 TEST_F(Kestrelctl, EndsWithAStatusThatSaysWhatHappened) {
-  // The command, its status, and a part of what is printed.
-  const std::tuple<const char*, int, const char*> rows[]{
-      {"ctl play seegrund a.json", 3, "'seegrund' can be any of these:\nName"},
-      {"ctl play sea a.json", 4, "no station is called 'sea'"},
-      {"ctl play first a.json", 1,
-       "First cannot be played: "},
-      {"ctl play 'grund p' a.json -n -l 20", 0, "sudo ./kestrel -f 33 -e 17333 -c 12 -p -l 20\n"},
-      {"ctl play pop a.json --block 5A", 4, "no station"},
-      {"ctl play pop missing.json", 1, "kestrelctl: missing.json: No such file or directory\n"},
-      {"ctl play pop .", 1, "kestrelctl: .: is a directory\n"},
-      {"ctl watch --every nan", 64, "--every"},
+  const Row rows[]{
       {"ctl", 64, "A subcommand is required"},
-      {"ctl play x a.json -l 64", 64, "--level"},
-      {"locked play pop a.json --kestrel /bin/false", 1, "/bin/false ended with status 1"},
-      {"locked play pop a.json --kestrel /no/kestrel", 1, "cannot start /no/kestrel"},
-      {"locked play pop a.json --kestrel /bin/echo", 1, "this is no kestrel: it printed '-f 33"},
-      {"locked play pop a.json --kestrel '" KESTREL_SIM_PROGRAM "'", 1,
-       "kestrelctl: the receiver is not booted: run kestrel -b D"},
-      {"echo Could not start service >says; locked play pop a.json", 1, "Could not start service"},
-      {"rm runs; echo Tuned. >says; locked play pop a.json -l 9", 0, "Tuned."},
-      {"ln -s a.json l; ctl play pop a.json --lock l", 1, "cannot open the lock file l: "},
-      {"setpriv --reuid 65534 --clear-groups '" KESTRELCTL_PROGRAM "' play pop <a.json /dev/stdin",
-       1, "kestrel must run as root"},
+      {"ctl statoins", 64, "Do you mean stations?"},
+      {"ctl play pop", 4, "There is no scan yet: run kestrelctl scan."},
+      {"ctl next", 4, "There are no presets and no stations yet."},
+      {"ctl play --last", 4, "Nothing has been played yet."},
+      {"ctl status", 0, "The receiver is off.\n"},
+      {"ctl scan --city 'Bad Lindwil' | tail -n 1", 0, "74 stations on 41 frequencies, kept in "},
+      {"grep -l 'Bad Lindwil' state/scans/*", 0, "ensemblescan_"},
+      {"ctl scan --fm | grep -v ', kept in'", 0, "new      SEEGRUND, 98.50 MHz"},
+      {"ctl scan | grep -E '^(new|lost|changed) '; ls state/scans/ensemble* | wc -l", 0, "2\n"},
+      {"ctl play pop --volume 9", 0, "Playing Seegrund Pop, 12C, 62 dBuV, SNR 19\n"},
+      {"ctl play HOHENWEG", 0, "Playing Höhenweg, 12A"},
+      {"ctl play Morgenrot", 0, "Playing Morgenrot, 5A"},
+      {"ctl play radio felsental1 --dry-run", 0, "sudo kestrel -f 33 -e 17334 -c 13 -p\n"},
+      {"ctl play abendstern --dry-run", 1, "cannot be played from kestrel's command line"},
+      {"ctl play premiere", 5, "Premiere Ton cannot be played: scrambled"},
+      {"ctl play morg", 0, "Playing Morgenrot"},
+      {"ctl play hochried 1 --block 5c", 0, "Playing Hochried 1, 5C"},
+      {"ctl play velrose", 3, "Velrose"},
+      {"ctl play moregnrot", 4, "Do you mean Morgenrot?"},
+      {"ctl play", 64, "Which station?"},
+      {"ctl play --fm nan", 64, "--fm"},
+      {"ctl play pop --volume 64", 64, "--volume"},
+      {"ctl preset set 3 hohenweg; ctl preset set 1 --fm 98.5; ctl preset", 0,
+       "  1  SEEGRUND, 98.50 MHz\n  3  Höhenweg, 12A\n"},
+      {"ctl play 3", 0, "Playing Höhenweg"},
+      {"ctl next", 0, "Playing SEEGRUND, 98.50 MHz"},
+      {"ctl previous", 0, "Playing Höhenweg"},
+      {"ctl preset remove 2", 4, "There is no preset 2."},
+      {"ctl volume", 0, "9\n"},
+      {"ctl volume +99", 0, "63\n"},
+      {"ctl volume -5", 0, "58\n"},
+      {"ctl volume loud", 64, "The volume is a number"},
+      {"ctl off; ctl status; ctl play --last", 0, "The receiver is off.\nPlaying Höhenweg"},
+      {"ctl status", 0, "Volume     58\n"},
+      {"ctl status --json | tr -d ' \\n'", 0, "\"station\":\"Höhenweg\",\"service_id\":18946,"},
+      {"ctl stop && ctl watch --count 1 --every 9", 0, "Höhenweg, 12A, 223.936 MHz\n"},
+      {"touch board/antenna_out; ctl watch --count 1", 0, "12A, 223.936 MHz, no signal\n"},
+      {"ctl play pop", 5, "No ensemble on 12C: "},
+      {"rm board/antenna_out; ctl watch --meter --count 1", 0, "] "},
+      {"ctl watch --json --count 2 | grep -c '\"received\":'", 0, "2\n"},
+      {"echo '{' >state/settings.json; ctl volume; ls state", 0, "settings.json.damaged"},
+      {"rm board/dev/spidev0.0; ctl status", 1, "SPI is switched off: "},
   };
   for (const auto& [command, status, expected] : rows) {
     const auto printed = run(command);
@@ -87,34 +89,41 @@ TEST_F(Kestrelctl, EndsWithAStatusThatSaysWhatHappened) {
   }
 }
 
-TEST_F(Kestrelctl, WatchesAndShowsChangesAlone) {
-  write("says",
-        "Song one\nSong one\n\nSong \\033[2J two\nError getting service data \\n\nSong three\n");
-  EXPECT_EQ(
-      run("locked watch --every 0.1 --count 6 | sed 's/^[-0-9]*T[0-9:]*Z//'"),
-      "  Song one\n  Song  [2J two\n  error: the receiver gave no service data\n  Song three\n");
-  write("says", "Head ---\\nRSSI: 62\\nSNR:   19\\n\nHead ---\\nRSSI: 60\\nSNR:   19\\n\n");
-  std::filesystem::remove(path("runs"));
-  EXPECT_EQ(run("locked watch --reception --every 0.1 --count 2 | sed 's/^[-0-9]*T[0-9:]*Z//'"),
-            "  RSSI: 62\n  SNR: 19\n  RSSI: 62 -> 60\n");
-  std::filesystem::remove(path("runs"));
-  EXPECT_EQ(run("locked watch --fm --json --every 0.1 --count 2 | sed 's/Z.*RSSI/ RSSI/; "
-                "s/2[-0-9]*T[0-9:]*//'"),
-            "{\"time\":\" RSSI\":62,\"SNR\":19}\n{\"time\":\" RSSI\":60}\n");
-  // Ctrl-C lets the run that is under way end.
-  const auto printed = run("timeout --preserve-status -s INT 0.5 '" KESTRELCTL_PROGRAM
-                           "' watch --every 60 --lock ./lock");
-  EXPECT_TRUE(printed.starts_with("kestrelctl: nothing yet; ")) << printed;
-  EXPECT_EQ(status_, 0);
+TEST_F(Kestrelctl, AsksForRootAtTheBoardOnly) {
+  const std::string user = "setpriv --reuid 65534 --clear-groups '" KESTRELCTL_PROGRAM "' ";
+  EXPECT_EQ(run(user + "status"), "kestrelctl: The receiver is root's. Did you forget sudo?\n");
+  EXPECT_EQ(status_, 1);
+  run("chmod 755 .; ctl scan");
+  EXPECT_NE(run(user + "stations").find("Seegrund Pop"), std::string::npos);
 }
 
-TEST_F(Kestrelctl, NeverRunsTwoAtOnceAndSaysThatItWaits) {
-  write("says", "Tuned.\\n\nTuned.\\n\nTuned.\\n\n");
-  const auto printed =
-      run("sed -i '$a sleep 1.3' kestrel; for i in 1 2; do locked play pop a.json & done; wait");
-  EXPECT_NE(printed.find("kestrelctl: waiting for another kestrel to end\n"), std::string::npos);
-  EXPECT_EQ(content("runs"), "run\nrun\n");
-  EXPECT_EQ(content("clashes"), "");
+TEST_F(Kestrelctl, LetsEveryoneHaveATurn) {
+  run("ctl scan");
+  const auto together = run(
+      "for name in pop tannhorn morgenrot hohenweg; do ctl play $name & done; wait; ctl status");
+  EXPECT_EQ(status_, 0) << together;
+  for (const auto* name : {"Seegrund Pop", "Tannhorn", "Morgenrot", "Höhenweg"}) {
+    EXPECT_NE(together.find(std::string("Playing ") + name + ","), std::string::npos) << together;
+  }
+  // A program of kestrel's name holds no lock.
+  EXPECT_NE(run("cp /bin/sleep kestrel; ./kestrel 1.5 & sleep 0.1; ctl status")
+                .find("waiting for another kestrel to end\nStation"),
+            std::string::npos);
+}
+
+TEST_F(Kestrelctl, StopsWhenItIsTold) {
+  // What was found until then is kept, and the board is left so that the next run goes well.
+  const auto scanned =
+      run("CLOCK=real; export KESTREL_SIM_CLOCK=real; SECONDS=0\n"
+          "timeout --preserve-status -s INT 6 '" KESTRELCTL_PROGRAM
+          "' scan; status=$?\n"
+          "test $SECONDS -le 7 && exit $status");
+  EXPECT_EQ(status_, 130) << scanned;
+  EXPECT_NE(scanned.find("2 stations on "), std::string::npos) << scanned;
+  EXPECT_NE(run("ctl play morgenrot").find("Playing Morgenrot"), std::string::npos);
+  run("export KESTREL_SIM_CLOCK=real; timeout --preserve-status -s TERM 0.5 '" KESTRELCTL_PROGRAM
+      "' watch --every 60");
+  EXPECT_EQ(status_, 0);
 }
 
 }  // namespace

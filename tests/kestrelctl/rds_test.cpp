@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <random>
+#include <set>
 #include <sstream>
 #include <utility>
 
@@ -13,18 +15,26 @@ namespace {
 using namespace kestrelctl;
 using Groups = std::vector<Rds_group>;
 
-constexpr std::array<std::uint8_t, 4> lost{3, 3, 3, 3};
-
-/// Blocks in hexadecimal, four per group.
+/// Blocks A to D in hexadecimal, four per group; "/1" to "/3" after a block is its level of errors.
 Groups groups(const std::string& text) {
   Groups all;
   std::istringstream in(text);
-  in >> std::hex;
-  for (Rds_group group;
-       in >> group.blocks[0] >> group.blocks[1] >> group.blocks[2] >> group.blocks[3];) {
-    all.push_back(group);
+  std::string block;
+  for (std::size_t i = 0; in >> block; ++i) {
+    if (i % 4 == 0) all.emplace_back();
+    all.back().blocks.at(i % 4) = static_cast<std::uint16_t>(std::stoul(block, nullptr, 16));
+    if (block.size() > 4) all.back().errors.at(i % 4) = static_cast<std::uint8_t>(block[5] - '0');
   }
   return all;
+}
+
+/// Blanks up to the last group of a RadioText, after `block_b`.
+std::string blanks_after(const std::string& pi, unsigned block_b) {
+  std::ostringstream out;
+  for (out << std::hex; (block_b & 0xF) != 0xF;) {
+    out << ' ' << pi << ' ' << ++block_b << " 2020 2020";
+  }
+  return out.str();
 }
 
 std::string time_text(const std::optional<Rds_time>& time) {
@@ -70,6 +80,10 @@ struct Reception {
   std::optional<std::string> said_before = {};
 };
 
+// "A-B", and its tags: title at 0 and artist at 2, of one character each.
+const std::string text_and_tags = "53C5 2550 412D 420D 53C5 C548 2000 2040 ";
+const std::string tagged = "53C5 3558 0000 4BD7 " + text_and_tags;
+
 const Reception receptions[]{
     {"name by 0A",
      "6204 0130 966B 594C 6204 0131 93CD 4520 6204 0132 E472 5833 6204 0137 966B 4D20",
@@ -87,6 +101,13 @@ const Reception receptions[]{
      "ps=AABBCCDD;"},
     {"text with an end", "C954 24F0 4A41 434B C954 24F1 2039 362E C954 24F2 390D 0000",
      "text=JACK 96.9;"},
+    {"text filled up with blanks",
+     "A959 2410 4641 4E43 A959 2411 5920 2D20 A959 2412 426F 6C65 A959 2413 726F 2020" +
+         blanks_after("A959", 0x2413),
+     "text=FANCY - Bolero;", ""},
+    {"text beyond ASCII",
+     "6205 2440 5665 6761 6205 2441 204B 7691 6205 2442 6C6C 2020" + blanks_after("6205", 0x2442),
+     "text=Vega Kväll;"},
     {"text without an end",
      "A540 2540 526F 6262 A540 2541 6965 2057 A540 2542 696C 6C69 A540 2543 616D 7320 "
      "A540 2544 2D20 4665 A540 2545 656C 2020 A540 2540 526F 6262 A540 2541 6965 2057 "
@@ -109,6 +130,27 @@ const Reception receptions[]{
      "af=87900 90900 89800 89200 93200 88500 89500 ;"},
     {"alternative frequencies in medium wave", "6201 00F7 E204 5349 6201 00F0 FA22 594C",
      "af=87900 ;"},
+    {"title and artist",
+     "53C5 3558 0000 4BD7 53C5 C548 8020 0A6A 53C5 2550 4649 4F52 53C5 2551 454C 4C41 "
+     "53C5 2552 204D 414E 53C5 2553 4E4F 4941 53C5 2554 202D 2047 53C5 2555 4C49 2041 "
+     "53C5 2556 4D41 4E54 53C5 2557 4920 2020" +
+         blanks_after("53C5", 0x2557) + " 53C5 C548 8020 0A6A",
+     "text=FIORELLA MANNOIA - GLI AMANTI;title=GLI AMANTI;artist=FIORELLA MANNOIA;",
+     "text=FIORELLA MANNOIA - GLI AMANTI;"},
+    {"title and artist that end with their item", tagged + "53C5 C540 2000 2021", "text=A-B;",
+     "text=A-B;title=A;artist=B;"},
+    {"title and artist of another item", tagged + "53C5 C558 0000 2000", "text=A-B;artist=A;"},
+    {"title and artist of a text that is gone", tagged + "53C5 2540 580D 2020", "text=X;"},
+    {"tags between two texts", tagged + "53C5 2540 5858 5858 53C5 C558 2000 2020", "text=A-B;",
+     "text=A-B;title=A;artist=B;"},
+    {"tags in groups of another use", "53C5 3558 0000 4BD7 53C5 3558 0000 CD46 " + text_and_tags,
+     "text=A-B;"},
+    {"tags that were corrected once",
+     "53C5 3558 0000 4BD7 53C5 2550 412D 420D 53C5 C548 2000/1 2040 "
+     "53C5 C548 2000/2 2040",
+     "text=A-B;title=A;artist=B;", "text=A-B;"},
+    {"groups of tags announced in a corrected group", "53C5 3558/1 0000 4BD7 " + text_and_tags,
+     "text=A-B;"},
     {"clock", "D314 41C1 C3EF 5AC4", "time=2017-4-4 23:43 120;"},
     {"clock at the end of a day", "F201 441D D299 5EC4", "time=2022-5-25 23:59 120;"},
     {"clock at the beginning of a day", "F201 441D D299 6004", "time=2022-5-26 0:0 120;"},
@@ -116,6 +158,41 @@ const Reception receptions[]{
     {"clock without a date", "D314 41C0 7530 5AC4", ""},
     {"clock with 24 hours", "D314 41C1 C3EF 8AC4", ""},
     {"clock with 60 minutes", "D314 41C1 C3EF 5F04", ""},
+    {"clock 14.5 hours east", "D314 41C1 C3EF 5ADD", ""},
+    {"clock that was corrected", "D314 41C1 C3EF/1 5AC4 D314 41C1 C3EF/1 5AC4", ""},
+    {"a pair that was corrected, and again",
+     "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002 E0CD 4343/1 1001 0003 E0CD 4444 "
+     "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002 E0CD 4343/2 1001 0003 E0CD 4444",
+     "ps=AABBCCDD;", ""},
+    {"a pair that was corrected twice, but otherwise",
+     "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0003 E0CD 4444 1001 0002 E0CD 4343/1 "
+     "1001 0002 E0CD 4344/1",
+     ""},
+    {"a pair at an address that was corrected",
+     "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002/2 E0CD 4343 1001 0003 E0CD 4444", ""},
+    {"a name with a carriage return",
+     "1001 0000 E0CD 410D 1001 0001 E0CD 4242 1001 0002 E0CD 4343 1001 0000 E0CD 410D", ""},
+    {"blocks that could not be corrected",
+     "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002 E0CD 4343/3 1001 0002/3 E0CD 4343 "
+     "1001 0003 E0CD 4444",
+     ""},
+    {"frequencies that were corrected, and one of them again",
+     "6201 00F0 0102/1 594C 6201 00F1 0203/2 594C", "af=87700 ;", ""},
+    {"a flag that was corrected does not end a text", "6202 2140 4141 410D 6202 2150/1 4242 420D",
+     "text=AAA;"},
+    {"but it does when it stays",
+     "6202 2140 4141 410D 6202 2150/1 4242 420D 6202 2150/1 4242 420D 6202 2150/1 4242 420D",
+     "text=BBB;", "text=AAA;"},
+    {"the end of a text that was not seen",
+     "A540 2540 4141 4141 A540 2541 4242 4242 A540 2542/3 4343 4343 A540 2540 4141 4141 "
+     "A540 2541 4242 4242 A540 2542/3 4343 4343 A540 2540 4141 4141",
+     ""},
+    {"another station comes through",
+     "1001 2140 4141 410D 2002 0000 E0CD 4141 2002 0001 E0CD 4242 2002 0002 E0CD 4343 "
+     "2002 0003 E0CD 4444",
+     "ps=AABBCCDD;", ""},
+    {"a group of another station", "1001 2140 4141 410D 2002 2140 4242 420D 1001 2140 4141 410D",
+     "text=AAA;", "text=AAA;"},
 };
 
 TEST(Rds, GroupsSayWhatTheStationSays) {
@@ -125,6 +202,119 @@ TEST(Rds, GroupsSayWhatTheStationSays) {
     if (!said_before) continue;
     all.pop_back();
     EXPECT_EQ(decode(all), said_before) << what;
+  }
+}
+
+TEST(Rds, GroupsSayWhatKindOfStationItIs) {
+  const std::pair<std::string, std::string> rows[]{
+      {"6204 0130 966B 594C 6204 0137 966B 4D20", "6204 pty 9 tp 0 ta 1 music 0 stereo 1"},
+      {"6204 0550 966B 594C", "6204 pty 10 tp 1 ta 1 music 0 stereo -"},
+      {"6204 0548 966B 594C", "6204 pty 10 tp 1 ta 0 music 1 stereo -"},
+      {"6204 0533 966B 594C", "6204 pty 9 tp 1 ta 1 music 0 stereo 0"},
+      {"6204/1 0533/1 966B 594C", "- pty - tp - ta - music - stereo -"},
+      {"6204/1 0533/1 966B 594C 6204/2 0533/2 966B 594C", "6204 pty 9 tp 1 ta 1 music 0 stereo 0"},
+      {"6204/3 2D40 1234 4141 6204/3 2D40 0000 4141", "1234 pty 10 tp 1 ta - music - stereo -"},
+      {"6204 0400 E0CD 4141 1234 0420 E0CD 4141", "6204 pty 0 tp 1 ta 0 music 0 stereo -"},
+  };
+  for (const auto& [text, expected] : rows) {
+    Rds_decoder decoder;
+    for (const auto& group : groups(text)) decoder.feed(group);
+    const auto& state = decoder.state();
+    std::ostringstream out;
+    const auto put = [&out](const char* name, const auto& value) {
+      out << name;
+      value ? out << int{*value} : out << '-';
+    };
+    out << std::hex;
+    put("", state.pi);
+    out << std::dec;
+    put(" pty ", state.pty);
+    put(" tp ", state.tp);
+    put(" ta ", state.ta);
+    put(" music ", state.music);
+    put(" stereo ", state.stereo);
+    EXPECT_EQ(out.str(), expected);
+    decoder.reset();
+    EXPECT_FALSE(decoder.state().pi);
+  }
+}
+
+// A station that sends 0A and 2A by turns.
+struct Station {
+  std::string name;
+  std::string text;
+  unsigned flag;
+
+  Rds_group group(std::size_t number) const {
+    const auto pair = [](const std::string& from, std::size_t at) {
+      return static_cast<std::uint16_t>(static_cast<unsigned char>(from[at]) << 8 |
+                                        static_cast<unsigned char>(from[at + 1]));
+    };
+    const auto turn = number / 2;
+    if (number % 2 == 0) {
+      const auto segment = turn % 4;
+      return {{0x1234, static_cast<std::uint16_t>(segment), 0xE0CD, pair(name, 2 * segment)}, {}};
+    }
+    const auto segment = turn % (text.size() / 4);
+    return {{0x1234, static_cast<std::uint16_t>(0x2000 | flag << 4 | segment),
+             pair(text, 4 * segment), pair(text, 4 * segment + 2)},
+            {}};
+  }
+};
+
+const std::string long_text = "This is a text of as many characters as RadioText can have, 64..";
+
+TEST(Rds, TextIsCompleteInTimeWhereverItBegins) {
+  // At 11.4 groups a second.
+  constexpr std::size_t groups_in_2_s = 22;
+  constexpr std::size_t groups_in_8_s = 91;
+  const Station station{"Seegrund", long_text, 0};
+  for (std::size_t first = 0; first < 128; ++first) {
+    Rds_decoder decoder;
+    for (std::size_t i = 0; i < groups_in_8_s; ++i) {
+      decoder.feed(station.group(first + i));
+      if (i + 1 < groups_in_2_s) continue;
+      EXPECT_EQ(decoder.state().ps, "Seegrund") << first;
+    }
+    EXPECT_EQ(decoder.state().radiotext, long_text) << first;
+  }
+}
+
+TEST(Rds, TextIsRightWithATenthOfTheBlocksInError) {
+  constexpr std::size_t groups_per_text = 1200;
+  // Some stations turn the flag for a new text, some do not; some texts have an end, some do not.
+  const Station stations[]{{"Seegrund", long_text, 0},
+                           {"Seegrund", "Short, with an end\r ", 1},
+                           {"Hoehenwg", "Without an end, which is 32 long", 1},
+                           {"  Quay  ", "Without an end, and like the other A", 0},
+                           {"  Quay  ", "Without an end, and like the other B, longer", 0}};
+  std::mt19937 random(77);
+  const auto one_in = [&random](unsigned n) { return random() % n == 0; };
+  for (int run = 0; run < 10; ++run) {
+    Rds_decoder decoder;
+    std::set<std::string> names{""}, texts{""};
+    for (const auto& station : stations) {
+      const auto text = station.text.substr(0, station.text.find('\r'));
+      names.insert(station.name);
+      texts.insert(text);
+      const auto begin = random() % 128;
+      for (std::size_t i = 0; i < groups_per_text; ++i) {
+        auto group = station.group(begin + i);
+        for (std::size_t block = 0; block < 4; ++block) {
+          if (!one_in(10)) continue;
+          group.errors[block] = static_cast<std::uint8_t>(1 + random() % 3);
+          // Not every correction is right.
+          if (group.errors[block] == 3 || one_in(2)) {
+            group.blocks[block] ^= static_cast<std::uint16_t>(random());
+          }
+        }
+        decoder.feed(group);
+        ASSERT_TRUE(names.contains(decoder.state().ps)) << decoder.state().ps;
+        ASSERT_TRUE(texts.contains(decoder.state().radiotext)) << decoder.state().radiotext;
+      }
+      EXPECT_EQ(decoder.state().ps, station.name);
+      EXPECT_EQ(decoder.state().radiotext, text);
+    }
   }
 }
 

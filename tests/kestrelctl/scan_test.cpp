@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <clocale>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <tuple>

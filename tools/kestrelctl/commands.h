@@ -5,70 +5,78 @@
 #pragma once
 
 #include <chrono>
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <vector>
 
-#include "kestrelctl/kestrel_program.h"
 #include "kestrelctl/store.h"
 
 namespace kestrelctl {
 
-namespace exit_status {
-inline constexpr int success = 0;
-inline constexpr int failure = 1;
-inline constexpr int ambiguous = 3;
-inline constexpr int not_found = 4;
-inline constexpr int usage = 64;
-}  // namespace exit_status
-
 using Paths = std::vector<std::filesystem::path>;
+
+// -- At the board, as root ---------------------------------------------------
+
+struct Scan_options {
+  bool is_fm = false;
+  std::vector<std::pair<std::size_t, std::string>> location;  ///< index of the question, answer
+};
+int scan_command(Store& store, const Scan_options& options);
+
+struct Play_options {
+  std::vector<std::string> words;  ///< the name, or the number of a preset
+  bool plays_last = false;
+  std::optional<double> fm_mhz;
+  Paths files;  ///< scans to look in; without any the store's
+  Station_filter filter;
+  std::optional<int> volume;
+  bool is_dry_run = false;
+};
+int play_command(Store& store, const Play_options& options);
+int step_command(Store& store, int step);  ///< next (1) and previous (-1)
+int stop_command(Store& store);
+int off_command(Store& store);
+
+/// `change` is empty, a level such as "40", or a step such as "+5".
+int volume_command(Store& store, const std::string& change);
+int status_command(Store& store, bool is_json);
+
+struct Watch_options {
+  std::optional<std::chrono::milliseconds> every;
+  bool is_meter = false;
+  bool is_json = false;
+  unsigned count = 0;  ///< end after that many looks; 0: with Ctrl-C
+};
+int watch_command(Store& store, const Watch_options& options);
+
+// -- On the store and on files -----------------------------------------------
+
+int list_presets_command(const Store& store);
+int set_preset_command(Store& store, unsigned number, const Play_options& station);
+int remove_preset_command(Store& store, unsigned number);
 
 struct Stations_options {
   Paths files;
-  Store store;
   std::string filter;  ///< part of a name, without case and accents
   std::string sort = "name";
-  std::string form;  ///< "json", "csv", else the table
-  bool is_long = false;
-};
-/// Status `not_found` if there is nothing to list.
-int list_stations_command(const Stations_options& options);
-
-struct Play_options {
-  std::string name;
-  Paths files;
-  std::string block;  ///< empty: any
-  std::optional<int> level;
-  bool is_dry_run = false;
-  Kestrel kestrel;
-};
-/// Status `ambiguous` for a name that several stations share, `not_found` for one that none has.
-int play_command(const Play_options& options);
-
-struct Watch_options {
-  std::chrono::milliseconds every{10'000};
-  std::string what = "-D";  ///< kestrel's option
   bool is_json = false;
-  unsigned runs = 0;  ///< end after so many; 0: with Ctrl-C
-  Kestrel kestrel;
+  bool is_csv = false;
+  bool has_ids = false;
 };
-int watch_command(const Watch_options& options);
+int list_stations_command(const Store& store, const Stations_options& options);
 
 struct Report_options {
   Paths files;
-  Store store;
   std::string output = "report.html";  ///< "-": standard output
 };
-int report_command(const Report_options& options);
+int report_command(const Store& store, const Report_options& options);
 
 struct Frequencies_options {
   Paths files;
-  Store store;
   std::string output = "-";
 };
-int frequencies_command(const Frequencies_options& options);
+int frequencies_command(const Store& store, const Frequencies_options& options);
 
 }  // namespace kestrelctl

@@ -1,344 +1,217 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// The checks and their table. Each reads what the kernel or the firmware says about one thing that
-// kestrel needs, and writes at least one finding; the pins have a file of their own.
+// The checks and their table. What cannot be found out is reported as unknown.
 #include "kestrelctl/doctor.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
+#include <cstdlib>
 #include <ostream>
 #include <sstream>
+#include <stdexcept>
+#include <utility>
 
-#include "kestrelctl/doctor_checks.h"
+#include "kestrelctl/doctor_board.h"
+#include "kestrelctl/text.h"
 
 namespace kestrelctl {
 namespace doctor {
 namespace {
 
-std::string config_file(const System& system) { return system.config.folder + "/config.txt"; }
+namespace fs = std::filesystem;
+using enum Severity;
 
-/// What a setting's section adds to what is said of it.
-std::string below(const std::string& section) { return section.empty() ? "" : " below " + section; }
+/// The examined system, and what more than one check wants to know of it.
+struct System {
+  const fs::path& root;
+  const Ask_receiver& ask_receiver;
+  std::optional<std::string> model_name;  ///< printable; nothing if it cannot be read
+  const Model* model = nullptr;           ///< null: not known
+  Boot_config config;
+  bool has_failure = false;  ///< of a check before
 
-void check_board(const System& system, Report& report) {
-  const std::string use_one = "run kestrel on a Raspberry Pi 1 to 4, 400 or Zero";
-  const auto name = shown(system.model_name.text);
-  if (system.model_name.access == Access::absent) {
-    report.fail("not a Raspberry Pi, there is no /proc/device-tree/model", use_one);
-  } else if (system.model_name.access == Access::unreadable) {
-    report.warn("/proc/device-tree/model cannot be read", "run with sudo to see");
-  } else if (system.model != nullptr) {
-    const auto note = system.model->note;
-    report.add(system.model->severity, note.empty() ? name : name + ": " + std::string(note));
-  } else if (name.starts_with("Raspberry Pi ")) {
-    report.warn(name + " is a model that kestrel does not know and takes for a 3", use_one);
-  } else {
-    report.fail("not a Raspberry Pi but \"" + name + "\"", use_one);
+  [[nodiscard]] bool has_device(std::string_view path) const {
+    std::error_code error;
+    return fs::exists(root / path, error) && !fs::is_directory(root / path, error);
   }
+};
+
+struct Finding {
+  Severity severity;
+  std::string fact;
+  std::string cure = {};
+};
+
+Finding check_board(const System& system) {
+  const std::string use_one = "use a Raspberry Pi 1 to 4, 400 or Zero";
+  const auto& name = system.model_name;
+  if (!name)
+    return {failure, "not known to be a Raspberry Pi, /proc/device-tree/model cannot be read",
+            use_one};
+  if (const auto* const model = system.model; model != nullptr) {
+    return {model->severity, *name + std::string(model->note), model->note.empty() ? "" : use_one};
+  }
+  if (!name->starts_with("Raspberry Pi ")) {
+    return {failure, fmt::format("not a Raspberry Pi but \"{}\"", *name), use_one};
+  }
+  return {warning, *name + " is not known and treated as a 3", use_one};
 }
 
-// Two words of it tell where the registers are, on a model 4 each one word later than on all
-// others.
-void check_registers(const System& system, Report& report) {
-  const bool is_pi_4 = shown(system.model_name.text).starts_with("Raspberry Pi 4");
-  const auto ranges = system.tree.read("proc/device-tree/soc/ranges");
-  if (ranges.access == Access::present && ranges.text.size() >= (is_pi_4 ? 16 : 12)) {
-    report.ok("/proc/device-tree/soc/ranges tells where they are");
-    return;
-  }
-  report.warn(std::string("/proc/device-tree/soc/ranges is ") +
-                  (ranges.access == Access::absent       ? "missing"
-                   : ranges.access == Access::unreadable ? "unreadable"
-                                                         : "too short") +
-                  ", kestrel may look for them in a wrong place",
-              "start a kernel with the device tree of this board");
-}
-
-void check_spi(const System& system, Report& report) {
-  const auto& config = system.config;
-  const auto file = config_file(system);
+Finding check_spi(const System& system) {
+  const auto& [file, is_readable, spi, core_mhz] = system.config;
   const std::string missing = "there is no /dev/spidev0.0";
-  if (!system.is_running && config.spi.value_or(false)) {
-    report.ok("dtparam=spi=on stands" + below(config.spi_section) + " in " + file);
-  } else if (!system.is_running) {
-    report.fail("it is off", "put the line dtparam=spi=on below [all] into " + file);
-  } else if (system.tree.has_file("dev/spidev0.0")) {
-    report.ok("/dev/spidev0.0 is there");
-  } else if (config.access == Access::unreadable) {
-    report.fail(missing + ", and " + file + " cannot be read",
-                "dtparam=spi=on must stand in it; put it there and reboot");
-  } else if (!config.spi.value_or(false)) {
-    report.fail(missing, "put the line dtparam=spi=on below [all] into " + file + " and reboot");
-  } else if (!config.spi_section.empty()) {
-    report.fail(missing + ", and dtparam=spi=on stands" + below(config.spi_section) + " in " + file,
-                "reboot; if that was done, put the line below [all] and reboot");
-  } else {
-    report.fail(missing + " though dtparam=spi=on stands in " + file,
-                "reboot; if that was done, remove the dtoverlay of another device on SPI0");
-  }
+  const auto put_line = fmt::format("put dtparam=spi=on below [all] in {} and reboot", file);
+  if (system.has_device("dev/spidev0.0")) return {ok, "/dev/spidev0.0 is there"};
+  if (!is_readable) return {failure, missing + ", and " + file + " cannot be read", put_line};
+  if (!spi || spi->value == 0) return {failure, missing, put_line};
+  return {
+      failure, missing + " although dtparam=spi=on is " + spi->place,
+      "reboot; if that was done, put the line below [all] and remove the dtoverlay of any other "
+      "device on SPI0"};
 }
 
-void check_memory(const System& system, Report& report) {
-  if (system.tree.has_file("dev/mem")) {
-    report.ok("is there");
-  } else {
-    report.fail("is missing, this is a container or no Raspberry Pi",
-                "run on the machine itself, or hand in /dev/mem and the capability SYS_RAWIO");
+Finding check_memory(const System& system) {
+  if (!system.has_device("dev/mem")) {
+    return {failure, "is missing, this is a container or not a Raspberry Pi",
+            "run on the machine itself, or pass in /dev/mem and the capability SYS_RAWIO"};
   }
+  const auto lockdown = read_file(system.root / "sys/kernel/security/lockdown").value_or("[none]");
+  if (lockdown.find("[none]") == std::string::npos) {
+    return {failure, "the kernel is locked down",
+            "boot without lockdown, usually by switching secure boot off"};
+  }
+  const auto parameters = read_file(system.root / "proc/cmdline").value_or("");
+  if (has_word(trim(parameters), "iomem=relaxed")) {
+    return {ok, "is there, and iomem=relaxed opens all registers"};
+  }
+  return {ok, "is there; only trying tells whether the kernel opens the registers of SPI0"};
 }
 
-/// The word in brackets of "none [integrity] confidentiality".
-std::string_view chosen(std::string_view text) {
-  const auto open = text.find('[');
-  if (open == std::string_view::npos) return {};
-  text.remove_prefix(open + 1);
-  return text.substr(0, text.find(']'));
-}
-
-/// The configuration of the running kernel. Its name is part of a path, so that only what can be
-/// the name of a release is taken.
-Reading read_kernel_config(const System& system, std::string_view release) {
-  constexpr std::string_view allowed =
-      "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789.+-_~";
-  if (release.empty() || release.find_first_not_of(allowed) != std::string_view::npos) return {};
-  return system.tree.read("boot/config-" + std::string(release));
-}
-
-void check_kernel(const System& system, Report& report) {
-  const auto lockdown = system.tree.read("sys/kernel/security/lockdown").text;
-  const auto policy = chosen(lockdown);
-  if (policy == "integrity" || policy == "confidentiality") {
-    report.fail("it is locked down (" + std::string(policy) + ") and keeps /dev/mem to itself",
-                "boot without lockdown, usually by switching secure boot off; "
-                "no parameter makes an exception");
-    return;
-  }
-  const auto cure = "put iomem=relaxed at the end of the one line in " + system.config.folder +
-                    "/cmdline.txt and reboot";
-  const std::string parameters =
-      system.is_running ? "proc/cmdline" : system.config.folder.substr(1) + "/cmdline.txt";
-  if (has_word(trim(system.tree.read(parameters).text), "iomem=relaxed")) {
-    report.ok("iomem=relaxed gives out all registers");
-    return;
-  }
-  if (!system.is_running) {
-    report.ok(
-        "its policy is not known; should kestrel say \"mmap failed: Operation not "
-        "permitted\", " +
-        cure);
-    return;
-  }
-  const auto version = system.tree.read("proc/sys/kernel/osrelease");
-  const auto release = trim(version.text);
-  const auto config = read_kernel_config(system, release);
-  const auto lines = split(config.text, '\n');
-  if (config.access != Access::present) {
-    report.ok(shown(release) +
-              ", whose policy is not known; should kestrel say \"mmap failed: Operation not "
-              "permitted\", " +
-              cure);
-  } else if (std::find(lines.begin(), lines.end(), "CONFIG_IO_STRICT_DEVMEM=y") != lines.end()) {
-    report.fail(shown(release) + " has CONFIG_IO_STRICT_DEVMEM and refuses the registers of SPI0",
-                cure);
-  } else {
-    report.ok(shown(release) + " gives out the registers of SPI0");
-  }
-}
-
-/// Whether a driver other than the one that kestrel can live with has the device.
-bool report_driver(const System& system, const std::string& device, const std::string& controller,
-                   Report& report) {
-  const auto driver = system.tree.link_name("sys/bus/spi/devices/" + device + "/driver");
-  if (!driver || *driver == "spidev") return false;
-  report.fail("the driver " + shown(*driver) + " has " + device + " (" + controller + ")",
-              "remove its dtoverlay from " + config_file(system) + " and reboot");
-  return true;
-}
-
-void check_spi0_drivers(const System& system, Report& report) {
-  const auto driver = system.tree.link_name("sys/class/spi_master/spi0/device/driver");
-  const auto controller =
-      driver ? "the controller's driver is " + shown(*driver) : "no driver has the controller";
-  bool is_free = true;
-  for (const auto* const device : {"spi0.0", "spi0.1"}) {
-    if (report_driver(system, device, controller, report)) is_free = false;
-  }
-  if (is_free) report.ok("no other driver uses it; " + controller);
-}
-
-/// The core clock in Hz, as the kernel reads it now; 0 if it cannot be read.
-std::uint64_t measure_core_hz(const System_tree& tree) {
-  constexpr std::uint64_t most_hz = 10'000'000'000;
-  for (const std::string clock : {"vpu", "fw-clk-core", "core"}) {
-    const auto hz = leading_number(tree.read("sys/kernel/debug/clk/" + clock + "/clk_rate").text);
-    if (hz && *hz > 0 && *hz <= most_hz) return *hz;
+/// The core clock as the kernel reads it now; 0 if it cannot be read.
+double measure_core_mhz(const System& system) {
+  for (const auto* const clock : {"vpu", "fw-clk-core", "core"}) {
+    const auto path = system.root / "sys/kernel/debug/clk" / clock / "clk_rate";
+    std::uint64_t hz = 0;
+    std::istringstream(read_file(path).value_or("")) >> hz;
+    if (hz > 0 && hz <= 10'000'000'000) return static_cast<double>(hz) / 1e6;
   }
   return 0;
 }
 
-constexpr double most_spi_mhz = 10;
-constexpr double divider = 32;
-
-struct Core_clock {
-  double mhz;
-  std::string source;
-};
-
-// A clock that is slow enough at the moment proves little, since it follows the load: only
-// core_freq holds it. One that is too fast now is too fast whatever config.txt says.
-std::optional<Core_clock> find_core_clock(const System& system) {
-  constexpr double hz_per_mhz = 1e6;
-  const Core_clock now{static_cast<double>(measure_core_hz(system.tree)) / hz_per_mhz, "now"};
-  if (now.mhz / divider > most_spi_mhz) return now;
-  const auto& config = system.config;
-  if (config.core_mhz) {
-    return Core_clock{static_cast<double>(*config.core_mhz),
-                      "by core_freq" + below(config.core_section) + " in " + config_file(system)};
+Finding check_clock(const System& system) {
+  constexpr double divider = 32;
+  constexpr double most_spi_mhz = 10;
+  const auto& [file, is_readable, spi, set_mhz] = system.config;
+  double core_mhz = measure_core_mhz(system);
+  std::string source = "now";
+  // The clock follows the load unless core_freq holds it: slow enough now proves little, but too
+  // fast now is too fast.
+  if (core_mhz / divider <= most_spi_mhz) {
+    if (set_mhz) {
+      core_mhz = set_mhz->value;
+      source = "by core_freq " + set_mhz->place;
+    } else if (system.model != nullptr && system.model->load_core_mhz != 0) {
+      core_mhz = system.model->load_core_mhz;
+      source = fmt::format("under load, {} MHz when idle", system.model->idle_core_mhz);
+    }
   }
-  const auto* const model = system.model;
-  if (model != nullptr && model->load_core_mhz != 0) {
-    return Core_clock{static_cast<double>(model->load_core_mhz),
-                      "under load, " + std::to_string(model->idle_core_mhz) +
-                          " MHz when idle, on a " + std::string(model->name)};
-  }
-  if (now.mhz > 0) return now;
-  return std::nullopt;
+  const auto cure = fmt::format("put core_freq=250 and core_freq_min=250 in {} and reboot", file);
+  if (core_mhz == 0) return {warning, "the core clock, and with it SPI0's, is unknown", cure};
+  const auto fact = fmt::format("SPI0 has {:g} MHz (core clock {:g} MHz {})", core_mhz / divider,
+                                core_mhz, source);
+  if (core_mhz / divider <= most_spi_mhz) return {ok, fact};
+  return {warning, fact + ", above the receiver's 10 MHz", cure};
 }
 
-void check_clock(const System& system, Report& report) {
-  const auto cure =
-      "put core_freq=250 and core_freq_min=250 into " + config_file(system) + " and reboot";
-  const auto core = find_core_clock(system);
-  if (!core) {
-    report.warn("the core clock, and with it SPI0's, is not known", cure);
-    return;
-  }
-  const auto spi_mhz = core->mhz / divider;
-  std::ostringstream fact;
-  fact << "SPI0 has " << spi_mhz << " MHz (core clock " << core->mhz << " MHz " << core->source
-       << ")";
-  if (spi_mhz > most_spi_mhz) {
-    report.warn(fact.str() + ", above the receiver's 10 MHz", cure);
-  } else {
-    report.ok(fact.str());
+Finding check_root(const System& /*system*/) {
+  if (::geteuid() == 0) return {ok, "you are root"};
+  return {warning, "you are not root, as the radio needs", "use sudo"};
+}
+
+Finding check_receiver(const System& system) {
+  if (system.has_failure) return {warning, "not asked after a failure", "cure that first"};
+  if (::geteuid() != 0) return {warning, "only root can ask it", "use sudo"};
+  try {
+    return {ok, make_harmless(system.ask_receiver())};
+  } catch (const std::runtime_error& error) {
+    return {failure, make_harmless(error.what())};
   }
 }
 
-void check_root(const System& system, Report& report) {
-  // Who examines a mounted card does not run kestrel there.
-  if (!system.tree.is_this_machine()) return;
-  if (::geteuid() == 0) {
-    report.ok("you are root, as kestrel must be");
-  } else {
-    report.warn("kestrel needs root", "sudo kestrel");
+/// The file that a shell starts under that name; empty if there is none.
+fs::path find_in_path(const System& system, std::string_view name) {
+  constexpr auto executable =
+      fs::perms::owner_exec | fs::perms::group_exec | fs::perms::others_exec;
+  const char* const path = std::getenv("PATH");
+  std::istringstream folders(path == nullptr ? "" : path);
+  for (std::string folder; std::getline(folders, folder, ':');) {
+    auto file = fs::path(folder) / name;
+    std::error_code error;
+    const auto status = fs::status(system.root / file.relative_path(), error);
+    if (file.is_absolute() && fs::is_regular_file(status) &&
+        (status.permissions() & executable) != fs::perms::none) {
+      return file;
+    }
   }
+  return {};
 }
 
-void check_processes(const System& system, Report& report) {
-  constexpr std::string_view digits = "0123456789";
-  bool is_alone = true;
-  for (const auto& process : system.tree.list("proc").names) {
-    if (process.find_first_not_of(digits) != std::string::npos) continue;
-    if (trim(system.tree.read("proc/" + process + "/comm").text) != "kestrel") continue;
-    is_alone = false;
-    report.warn("kestrel runs as process " + process,
-                "wait for its end or end it, two of them mix their bytes on SPI0");
+Finding check_program(const System& system, std::string_view name) {
+  constexpr std::size_t most_program_bytes = 32U << 20U;
+  // The end of a stand-in's first line. Made here, or kestrelctl would find its own copy.
+  const auto stand_in = fmt::format("{:>11}\n", 1'000'001);
+  const auto file = find_in_path(system, name);
+  if (file.empty()) return {warning, "not in PATH", "install the package"};
+  const auto shown = make_harmless(file.native());
+  const auto program = read_file(system.root / file.relative_path(), most_program_bytes);
+  if (!program) return {warning, shown + " cannot be read, its images are unknown", "use sudo"};
+  if (!program->starts_with("\177ELF")) {
+    return {failure, shown + (program->empty() ? " is empty" : " is not a program"),
+            "remove it and install the package"};
   }
-  if (is_alone) report.ok("no kestrel runs at the moment");
+  if (program->find(stand_in) == std::string::npos) return {ok, shown};
+  return {failure, shown + " has stand-ins for images, which no real receiver boots",
+          "put the receiver's images into firmware/, build and install"};
 }
 
-void check_program(const System& system, Report& report) {
-  for (const std::string path : {"usr/bin/kestrel", "usr/local/bin/kestrel"}) {
-    if (!system.tree.has_file(path)) continue;
-    report.ok("/" + path);
-    return;
-  }
-  report.warn("not installed in /usr/bin or /usr/local/bin",
-              "install the package, or run cmake --install on a build");
-}
-
-struct Check {
-  const char* subject;
-  void (*run)(const System& system, Report& report);
-  bool needs_running = true;  ///< what it looks at is there in a system that runs alone
-};
-constexpr auto checks = std::to_array<Check>({
+constexpr std::pair<const char*, Finding (*)(const System&)> checks[]{
     {"board", check_board},
-    {"registers", check_registers},
-    {"SPI", check_spi, false},
+    {"SPI", check_spi},
     {"/dev/mem", check_memory},
-    {"kernel", check_kernel, false},
-    {"SPI0", check_spi0_drivers},
-    {"pins", check_pins},
-    {"clock", check_clock, false},
+    {"clock", check_clock},
     {"root", check_root},
-    {"processes", check_processes},
-    {"program", check_program, false},
-});
-
-const char* severity_word(Severity severity) {
-  switch (severity) {
-    case Severity::ok:
-      return "ok       ";
-    case Severity::warning:
-      return "warning  ";
-    case Severity::failure:
-      return "failure  ";
-  }
-  return "";
-}
-
-std::string counted(std::ptrdiff_t count, const std::string& thing) {
-  return std::to_string(count) + " " + thing + (count == 1 ? "" : "s");
-}
+    {"receiver", check_receiver},
+    {"kestrel", [](const System& system) { return check_program(system, "kestrel"); }},
+    {"kestrelctl", [](const System& system) { return check_program(system, "kestrelctl"); }},
+};
 
 }  // namespace
 }  // namespace doctor
 
-std::vector<Finding> examine(const std::filesystem::path& root) {
-  doctor::System system{doctor::System_tree(root), false, {}, nullptr, {}};
-  system.is_running = system.tree.is_this_machine() || !system.tree.list("proc").names.empty();
-  system.model_name = system.tree.read("proc/device-tree/model");
-  system.model = doctor::find_model(doctor::shown(system.model_name.text));
-  system.config = doctor::read_boot_config(system.tree, system.model);
-  std::vector<Finding> findings;
-  if (!system.is_running) {
-    doctor::Report(findings, "system")
-        .ok("it does not run: its board, devices and pins cannot be told");
+int run_doctor(const std::filesystem::path& root, const Ask_receiver& ask_receiver,
+               std::ostream& out) {
+  auto model_name = doctor::read_file(root / "proc/device-tree/model", 80);
+  if (model_name) model_name = make_harmless(doctor::trim(*model_name));
+  const auto* const model = doctor::find_model(model_name.value_or(""));
+  doctor::System system{root, ask_receiver, model_name, model,
+                        doctor::read_boot_config(root, model)};
+  auto worst = doctor::ok;
+  for (const auto& [subject, run] : doctor::checks) {
+    const auto [severity, fact, cure] = run(system);
+    constexpr std::array words{"ok", "warning", "failure"};
+    out << fmt::format("{:<9}{}: {}{}{}\n", words.at(static_cast<std::size_t>(severity)), subject,
+                       fact, cure.empty() ? "" : ": ", cure);
+    worst = std::max(worst, severity);
+    system.has_failure = worst == doctor::failure;
   }
-  for (const auto& check : doctor::checks) {
-    if (check.needs_running && !system.is_running) continue;
-    doctor::Report report(findings, check.subject);
-    check.run(system, report);
-  }
-  return findings;
-}
-
-int run_doctor(const std::filesystem::path& root, std::ostream& out) {
-  const auto findings = examine(root);
-  const auto count = [&findings](Severity severity) {
-    return std::count_if(findings.begin(), findings.end(),
-                         [severity](const Finding& f) { return f.severity == severity; });
-  };
-  for (const auto& finding : findings) {
-    out << doctor::severity_word(finding.severity) << finding.subject << ": " << finding.text
-        << '\n';
-  }
-  const auto failures = count(Severity::failure);
-  const auto warnings = count(Severity::warning);
-  if (failures > 0) {
-    out << "kestrel will not work: " << doctor::counted(failures, "failure") << ", "
-        << doctor::counted(warnings, "warning") << ".\n";
-    return 2;
-  }
-  if (warnings > 0) {
-    out << "kestrel should work; " << doctor::counted(warnings, "warning") << ".\n";
-    return 1;
-  }
-  out << "All is well.\n";
-  return 0;
+  constexpr std::array sums{"All is well.\n", "The radio should work.\n",
+                            "The radio will not work.\n"};
+  out << sums.at(static_cast<std::size_t>(worst));
+  return static_cast<int>(worst);
 }
 
 }  // namespace kestrelctl

@@ -1,24 +1,28 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// The table of the models, and as much of the firmware's config.txt as SPI0 and its clock depend
-// on.
+// The table of the models, and as much of config.txt as SPI0 and its clock depend on.
 #include "kestrelctl/doctor_board.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <array>
 #include <cctype>
+#include <fstream>
+#include <regex>
+#include <sstream>
+
+#include "kestrelctl/text.h"
 
 namespace kestrelctl::doctor {
 namespace {
 
-constexpr std::string_view on_rp1 =
-    "its header is on another chip, RP1, which kestrel cannot drive: "
-    "use a Raspberry Pi 1 to 4, 400 or Zero";
-constexpr std::string_view untried =
-    "kestrel was not tried on Compute Modules: use a Raspberry Pi 1 to 4, 400 or Zero if it fails";
-constexpr std::string_view version_29 =
-    "kestrel reports an unsupported hardware version 29, which can be passed over";
+namespace fs = std::filesystem;
 
-// The first row that fits counts: the longer name stands above the shorter one.
+constexpr std::string_view on_rp1 = ", whose header is on another chip that the driver cannot use";
+constexpr std::string_view untried = ", on which the radio has not been tried";
+
+// The first row that fits counts: a longer name comes before a shorter one.
 constexpr auto models = std::to_array<Model>({
     {"Raspberry Pi 5", Severity::failure, on_rp1, 0, 0, "pi5"},
     {"Raspberry Pi 500", Severity::failure, on_rp1, 0, 0, "pi5 pi500"},
@@ -36,96 +40,89 @@ constexpr auto models = std::to_array<Model>({
     {"Raspberry Pi Zero 2", Severity::ok, "", 250, 400, "pi0 pi02"},
     {"Raspberry Pi Zero W", Severity::ok, "", 250, 400, "pi0 pi0w"},
     {"Raspberry Pi Zero", Severity::ok, "", 250, 400, "pi0"},
-    {"Raspberry Pi Model", Severity::ok, version_29, 250, 250, "pi1"},
+    {"Raspberry Pi Model", Severity::ok, "", 250, 250, "pi1"},
 });
 
 // The firmware reads no more of a line.
 constexpr std::size_t most_line_bytes = 98;
 
-constexpr std::uint64_t most_core_mhz = 10000;
-
-enum class Counts { yes, no, unsure };
-
-Counts section_counts(std::string_view section, const Model* model) {
-  if (section == "all") return Counts::yes;
-  if (section == "none") return Counts::no;
-  if (model == nullptr || !(section.starts_with("pi") || section.starts_with("cm"))) {
-    return Counts::unsure;
-  }
-  return has_word(model->sections, section) ? Counts::yes : Counts::no;
-}
-
-/// The value of the parameter `spi` in "spi=on,i2c=off"; nothing if it is not among them. Without a
-/// value a parameter is switched on.
-std::optional<bool> spi_parameter(std::string_view parameters) {
-  std::optional<bool> spi;
-  for (const auto parameter : split(parameters, ',')) {
-    const auto equals = parameter.find('=');
-    if (trim(parameter.substr(0, equals)) != "spi") continue;
-    if (equals == std::string_view::npos) {
-      spi = true;
-      continue;
-    }
-    const auto value = trim(parameter.substr(equals + 1));
-    spi = has_word("on true yes y 1 okay", value.substr(0, value.find_first_of(" \t")));
-  }
-  return spi;
-}
-
-void take_setting(Boot_config& config, std::string_view key, std::string_view value,
-                  const std::string& section) {
-  if (key == "dtparam") {
-    if (const auto spi = spi_parameter(value)) {
-      config.spi = spi;
-      config.spi_section = section;
-    }
-  }
-  if (key == "core_freq") {
-    const auto mhz = leading_number(trim(value));
-    if (!mhz || *mhz == 0 || *mhz > most_core_mhz) return;
-    config.core_mhz = mhz;
-    config.core_section = section;
-  }
-}
-
 }  // namespace
 
-const Model* find_model(std::string_view name) {
-  for (const auto& model : models) {
-    if (!name.starts_with(model.name)) continue;
-    const auto rest = name.substr(model.name.size());
-    // "Raspberry Pi 5" must not take what begins "Raspberry Pi 50".
-    if (rest.empty() || std::isalnum(static_cast<unsigned char>(rest.front())) == 0) return &model;
+std::optional<std::string> read_file(const fs::path& path, std::size_t most_bytes) {
+  // Opening a pipe would wait for its writer, and opening a device can have an effect.
+  std::error_code error;
+  if (!fs::is_regular_file(path, error)) return std::nullopt;
+  std::ifstream file(path, std::ios::binary);
+  // The files of proc and sysfs do not tell their length before they are read.
+  std::string text;
+  for (std::array<char, 4096> block{}; file && text.size() < most_bytes;) {
+    file.read(block.data(), block.size());
+    text.append(block.data(), static_cast<std::size_t>(file.gcount()));
   }
-  return nullptr;
+  if (!file.is_open() || file.bad()) return std::nullopt;
+  return text.substr(0, most_bytes);
 }
 
-Boot_config read_boot_config(const System_tree& tree, const Model* model) {
-  Boot_config config;
-  Reading file;
-  // A newer system keeps a file in the old place that only says where the new one is.
-  for (const auto* const folder : {"boot/firmware", "boot"}) {
-    file = tree.read(std::string(folder) + "/config.txt");
-    config.folder = std::string("/") + folder;
-    if (file.access != Access::absent) break;
-  }
-  config.access = file.access;
-  if (file.access == Access::absent) config.folder = "/boot/firmware";
+std::string_view trim(std::string_view text) {
+  constexpr std::string_view blank(" \t\r\n\v\f\0", 7);
+  const auto first = text.find_first_not_of(blank);
+  if (first == std::string_view::npos) return {};
+  return text.substr(first, text.find_last_not_of(blank) - first + 1);
+}
 
-  auto counts = Counts::yes;
-  std::string section;
-  for (const auto raw : split(file.text, '\n')) {
-    const auto line = trim(raw.substr(0, most_line_bytes));
-    if (line.empty() || line.front() == '#') continue;
-    if (line.front() == '[') {
-      const auto name = line.substr(1, line.find(']') - 1);
-      counts = section_counts(name, model);
-      section = counts == Counts::unsure ? "[" + shown(name) + "]" : "";
-      continue;
+bool has_word(std::string_view words, std::string_view word) {
+  return fmt::format(" {} ", words).find(fmt::format(" {} ", word)) != std::string::npos;
+}
+
+const Model* find_model(std::string_view name) {
+  const auto* const model = std::find_if(models.begin(), models.end(), [name](const Model& row) {
+    // "Raspberry Pi 5" must not take what begins "Raspberry Pi 50".
+    return name.starts_with(row.name) &&
+           (name.size() == row.name.size() ||
+            std::isalnum(static_cast<unsigned char>(name[row.name.size()])) == 0);
+  });
+  return model == models.end() ? nullptr : model;
+}
+
+Boot_config read_boot_config(const fs::path& root, const Model* model) {
+  Boot_config config;
+  // A newer system keeps a file in the old place that only says where the new one is.
+  std::error_code error;
+  const bool is_old = !fs::exists(root / "boot/firmware/config.txt", error) &&
+                      fs::exists(root / "boot/config.txt", error);
+  config.file = is_old ? "/boot/config.txt" : "/boot/firmware/config.txt";
+  const auto text = read_file(root / config.file.substr(1));
+  config.is_readable = text.has_value();
+
+  const std::regex spi(R"(dtparam=(?:.*,)?\s*spi\s*(?:=\s*(\w*)[^,]*)?(?:,.*)?)");
+  const std::regex core_freq(R"(core_freq=\s*([1-9]\d{0,3})(?:\D.*)?)");
+  // Sections of different kinds add up until [all]; of those for models the last one counts.
+  bool is_for_us = true;
+  std::string unsure;
+  std::istringstream lines(text.value_or(""));
+  for (std::string raw; std::getline(lines, raw);) {
+    const std::string line(trim(raw.substr(0, most_line_bytes)));
+    const auto section = line.starts_with('[') ? line.substr(1, line.find(']') - 1) : "";
+    const bool is_model = section.starts_with("pi") || section.starts_with("cm");
+    if (section == "all") {
+      is_for_us = true;
+      unsure.clear();
+    } else if (section == "none") {
+      is_for_us = false;
+    } else if (model != nullptr && is_model) {
+      is_for_us = has_word(model->sections, section);
+    } else if (!section.empty()) {
+      unsure = fmt::format("below [{}], which may not apply here, ", make_harmless(section));
     }
-    const auto equals = line.find('=');
-    if (counts == Counts::no || equals == std::string_view::npos) continue;
-    take_setting(config, line.substr(0, equals), line.substr(equals + 1), section);
+    if (!is_for_us) continue;
+    std::smatch value;
+    if (std::regex_match(line, value, spi)) {
+      const bool is_on = !value[1].matched || has_word("on true yes y 1 okay", value.str(1));
+      config.spi = Setting{is_on ? 1U : 0U, unsure + "in " + config.file};
+    } else if (std::regex_match(line, value, core_freq)) {
+      const auto mhz = static_cast<unsigned>(std::stoul(value.str(1)));
+      config.core_mhz = Setting{mhz, unsure + "in " + config.file};
+    }
   }
   return config;
 }

@@ -159,7 +159,7 @@ Label_change Dynamic_label::take_tags(const Packet& packet) {
   constexpr std::uint8_t count_bits = 0x03;
   constexpr std::size_t tag_bytes = 3;
   constexpr std::uint8_t value_bits = 0x7F;
-  auto& tags = tags_.emplace();
+  Tags tags;
   tags.link = packet.toggle.value_or(false);
   tags.is_item_running = (packet.body[0] & item_running_bit) != 0;
   const auto list = packet.body.subspan(1);
@@ -170,6 +170,7 @@ Label_change Dynamic_label::take_tags(const Packet& packet) {
     };
     tags.tags[i] = {.content_type = value(0), .start = value(1), .length_marker = value(2)};
   }
+  tags_ = tags;
   return toggle_ == tags.link ? read_tags() : Label_change::nothing;
 }
 

@@ -10,14 +10,15 @@
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/output.h"
+#include "kestrelctl/receiver.h"
 
 namespace kestrelctl {
 
-int frequencies_command(const Frequencies_options& options) {
+int frequencies_command(const Store& store, const Frequencies_options& options) {
   constexpr std::size_t longest_list = 48;  // what the receiver takes
   std::map<std::uint32_t, bool> has_stations;
   std::uint32_t silent_khz = 0;
-  auto scans = read_scans_or_store(options.files, options.store);
+  auto scans = read_scans_or_store(options.files, store);
   for (const auto& scan : scans) {
     for (const auto& block : scan.blocks) {
       if (block.khz == 0) continue;

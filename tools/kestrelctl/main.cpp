@@ -1,14 +1,13 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// kestrelctl, a companion of kestrel: it reads what kestrel writes, and runs kestrel. This file has
-// its command line.
+// kestrelctl, the radio for every day. This file has its command line.
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
+#include <cerrno>
 #include <cmath>
-#include <csignal>
-#include <cstdlib>
 #include <exception>
 #include <functional>
 #include <iostream>
@@ -16,124 +15,204 @@
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/doctor.h"
-#include "kestrelctl/stations.h"
+#include "kestrelctl/receiver.h"
 
 namespace {
 
 using namespace kestrelctl;
-namespace fs = std::filesystem;
 
-constexpr const char* newest =
-    "scan files; without any the stored scans, or the newest ensemblescan_*.json here";
+constexpr const char* scan_files = "scan files; without any what kestrelctl scan has found";
 
-/// A subcommand, and what to do if it is given.
-using Command = std::pair<CLI::App*, std::function<int()>>;
-
-void add_kestrel(CLI::App& command, Kestrel& kestrel) {
-  command.add_option("--kestrel", kestrel.program, "the kestrel to run")
-      ->envname("KESTREL")
-      ->capture_default_str();
-  command.add_option("--lock", kestrel.lock_file, "the file that keeps two kestrel apart")
-      ->capture_default_str();
+/// For doctor: what the receiver says, or why it does not.
+std::string ask_receiver() {
+  constexpr const char* sentences[]{"answers; it is off", "answers; DAB firmware runs",
+                                    "answers; FM firmware runs", "answers; a firmware runs"};
+  return sentences[static_cast<std::size_t>(Receiver().firmware())];
 }
 
-void add_state(CLI::App& command, Store& store) {
-  command
-      .add_option_function<std::string>(
-          "--state", [&store](const std::string& directory) { store = Store(directory); },
-          "the directory of scans and settings")
-      ->envname("KESTREL_STATE");
+/// The subcommand that was given leaves here what it is to do.
+using Action = std::function<int(Store&)>;
+
+/// Adds a subcommand with a copy of `Options` for its options to fill, and `act` to run with them.
+template <class Options, class Act>
+std::pair<CLI::App*, Options*> add(CLI::App& app, Action& action, const char* name,
+                                   const char* description, Act act) {
+  auto options = std::make_shared<Options>();
+  auto* command = app.add_subcommand(name, description);
+  command->callback([&action, options, act] {
+    action = [options, act](Store& store) { return act(store, *options); };
+  });
+  return {command, options.get()};
+}
+struct Nothing {};
+
+/// A number that has to be one; "nan" is in every range.
+CLI::Validator number_in(double lowest, double highest) {
+  return CLI::Range(lowest, highest) &
+         CLI::Validator(
+             [](const std::string& given) {
+               return std::isnan(std::strtod(given.c_str(), nullptr)) ? "is not a number" : "";
+             },
+             "");
 }
 
-Command add_stations(CLI::App& app) {
-  auto options = std::make_shared<Stations_options>();
-  auto* command = app.add_subcommand("stations", "List the stations of scan files");
-  command->add_option("FILE", options->files, newest);
-  add_state(*command, options->store);
-  command->add_option("-f,--filter", options->filter, "only names that contain this");
-  command->add_option("-s,--sort", options->sort, "what to sort by")
-      ->check(CLI::IsMember(sort_keys()))
-      ->capture_default_str();
-  command->add_flag("--long", options->is_long, "with the ids");
-  auto* json = command->add_flag_callback(
-      "--json", [options] { options->form = "json"; }, "write JSON");
-  command
-      ->add_flag_callback(
-          "--csv", [options] { options->form = "csv"; }, "write CSV")
-      ->excludes(json);
-  return {command, [options] { return list_stations_command(*options); }};
+/// What says which station, for `play` and `preset set`.
+void add_station(CLI::App& command, Play_options& options) {
+  command.add_option("NAME", options.words, "the name, a part of it, or the number of a preset")
+      ->option_text("...");
+  command.add_flag("--last", options.plays_last, "what was played last");
+  command.add_option("--fm", options.fm_mhz, "an FM frequency in MHz, 98.5 for one")
+      ->check(number_in(64, 108))
+      ->option_text("MHZ");
+  command.add_option("--file", options.files, "look in this scan file")->option_text("FILE");
+  command.add_option("--block", options.filter.block, "only on this block, 12C for one")
+      ->option_text("BLOCK");
+  command.add_option("--service", options.filter.service_id, "only the service with this id")
+      ->option_text("ID");
 }
 
-Command add_play(CLI::App& app) {
-  auto options = std::make_shared<Play_options>();
-  auto* command = app.add_subcommand("play", "Tune and play a station by its name");
-  command->add_option("NAME", options->name, "the name, its beginning, or a part of it")
-      ->required();
-  command->add_option("FILE", options->files, newest);
-  command->add_option("-b,--block", options->block, "only on this block, 12C for one");
-  command->add_option("-l,--level", options->level, "the volume")->check(CLI::Range(0, 63));
-  command->add_flag("-n,--dry-run", options->is_dry_run, "print the command instead");
-  add_kestrel(*command, options->kestrel);
-  return {command, [options] { return play_command(*options); }};
+void check_station(const Play_options& options) {
+  const int ways =
+      (options.words.empty() ? 0 : 1) + (options.plays_last ? 1 : 0) + (options.fm_mhz ? 1 : 0);
+  if (ways != 1) throw Failure("Which station? Say a NAME, --last or --fm MHZ", exit_status::usage);
 }
 
-Command add_watch(CLI::App& app) {
-  auto options = std::make_shared<Watch_options>();
-  auto seconds = std::make_shared<double>(10);
-  auto* command =
-      app.add_subcommand("watch", "Show the station's text, and then its changes, until Ctrl-C");
-  command->add_option("-e,--every", *seconds, "seconds between two looks")
-      ->check(CLI::Range(0.1, 86400.0))
-      ->check([](const std::string& given) {  // which takes "nan" for in the range
-        return std::isnan(std::strtod(given.c_str(), nullptr)) ? "is no number" : "";
-      })
-      ->capture_default_str();
-  auto* subjects = command->add_option_group("subject");
-  subjects->add_flag_callback(
-      "--fm", [options] { options->what = "-r"; }, "FM reception and RDS instead");
-  subjects->add_flag_callback(
-      "--reception", [options] { options->what = "-d"; }, "DAB reception instead");
-  subjects->require_option(0, 1);
-  command->add_flag("--json", options->is_json, "one JSON object a line");
-  command->add_option("--count", options->runs, "end after so many looks");
-  add_kestrel(*command, options->kestrel);
-  return {command, [options, seconds] {
-            options->every = std::chrono::milliseconds(static_cast<long>(*seconds * 1000));
-            return watch_command(*options);
-          }};
+void add_radio_commands(CLI::App& app, Action& action) {
+  {
+    auto [command, options] = add<Scan_options>(
+        app, action, "scan", "Look for stations, and keep what is found", scan_command);
+    command->add_flag("--fm", options->is_fm, "in the FM band");
+    for (std::size_t i = 0; i < location_questions.size(); ++i) {
+      std::string name(location_questions.at(i).name);
+      std::ranges::transform(name, name.begin(), [](char c) {
+        return c == ' ' ? '-' : static_cast<char>(std::tolower(c));
+      });
+      command
+          ->add_option_function<std::string>(
+              "--" + name,
+              [options = options, i](const std::string& answer) {
+                options->location.emplace_back(i, answer);
+              },
+              i == 0 ? "where the antenna is; what is not given is as last time" : "")
+          ->option_text("TEXT");
+    }
+  }
+  {
+    auto [command, options] = add<Play_options>(app, action, "play", "Play a station",
+                                                [](Store& store, const Play_options& given) {
+                                                  check_station(given);
+                                                  return play_command(store, given);
+                                                });
+    add_station(*command, *options);
+    command->add_option("--volume", options->volume, "from now on, 0 to 63")
+        ->check(CLI::Range(0, 63))
+        ->option_text("LEVEL");
+    command->add_flag("--dry-run", options->is_dry_run, "print kestrel's command instead");
+  }
+  add<Nothing>(app, action, "next", "Play the next preset, or without presets station",
+               [](Store& store, Nothing) { return step_command(store, 1); });
+  add<Nothing>(app, action, "previous", "Play the preset or station before",
+               [](Store& store, Nothing) { return step_command(store, -1); });
+  {
+    auto [command, change] =
+        add<std::string>(app, action, "volume", "Print or set the volume", volume_command);
+    command->add_option("LEVEL", *change, "0 to 63, or a step: +5, -5")->option_text(" ");
+  }
+  {
+    auto [command, is_json] = add<bool>(
+        app, action, "status", "Show what plays, and how well it is received", status_command);
+    command->add_flag("--json", *is_json, "as JSON");
+  }
+  {
+    auto [command, options] = add<Watch_options>(
+        app, action, "watch", "Show the station's text as it changes, until Ctrl-C", watch_command);
+    command
+        ->add_option_function<double>(
+            "--every",
+            [options = options](double seconds) {
+              options->every = std::chrono::milliseconds(std::lround(seconds * 1000));
+            },
+            "seconds between two looks; 1, with --meter 0.15")
+        ->check(number_in(0.05, 86400))
+        ->option_text("SECONDS");
+    command->add_flag("--meter", options->is_meter, "the signal instead, for aiming an antenna");
+    command->add_flag("--json", options->is_json, "one JSON object per look and line");
+    command->add_option("--count", options->count, "end after that many looks")
+        ->option_text("NUMBER");
+  }
+  add<Nothing>(app, action, "stop", "Stop the station; the receiver stays on",
+               [](Store& store, Nothing) { return stop_command(store); });
+  add<Nothing>(app, action, "off", "Switch the receiver off",
+               [](Store& store, Nothing) { return off_command(store); });
 }
 
-Command add_report(CLI::App& app) {
-  auto options = std::make_shared<Report_options>();
-  auto* command = app.add_subcommand("report", "Write scan files as a page for a browser");
-  command->add_option("FILE", options->files, newest);
-  add_state(*command, options->store);
-  command->add_option("-o,--output", options->output, "the page; - for standard output")
-      ->capture_default_str();
-  return {command, [options] { return report_command(*options); }};
+void add_preset(CLI::App& app, Action& action) {
+  auto* preset = app.add_subcommand("preset", "List, set or remove presets");
+  preset->require_subcommand(0, 1);
+  preset->callback([&action, preset] {
+    if (preset->get_subcommands().empty()) action = list_presets_command;
+  });
+  using Numbered = std::pair<unsigned, Play_options>;
+  auto [set, options] = add<Numbered>(*preset, action, "set", "Keep a station under a number",
+                                      [](Store& store, const Numbered& given) {
+                                        check_station(given.second);
+                                        return set_preset_command(store, given.first, given.second);
+                                      });
+  set->add_option("NUMBER", options->first, "1 to 999")
+      ->required()
+      ->check(CLI::Range(1, 999))
+      ->option_text(" ");
+  add_station(*set, options->second);
+  auto [remove, number] =
+      add<unsigned>(*preset, action, "remove", "Forget a preset", remove_preset_command);
+  remove->add_option("NUMBER", *number, "the preset's")->required()->option_text(" ");
 }
 
-Command add_frequencies(CLI::App& app) {
-  auto options = std::make_shared<Frequencies_options>();
-  auto* command =
-      app.add_subcommand("frequencies", "Write a list for kestrel -y of the blocks with a signal");
-  command->add_option("FILE", options->files, newest);
-  add_state(*command, options->store);
-  command->add_option("-o,--output", options->output, "the list; - for standard output")
-      ->capture_default_str();
-  return {command, [options] { return frequencies_command(*options); }};
+void add_file_commands(CLI::App& app, Action& action) {
+  {
+    auto [command, options] = add<Stations_options>(
+        app, action, "stations", "List the stations that were found", list_stations_command);
+    command->add_option("FILE", options->files, scan_files)->option_text("...");
+    command->add_option("--filter", options->filter, "only names that contain this")
+        ->option_text("TEXT");
+    command->add_option("--sort", options->sort, "what to sort by")
+        ->check(CLI::IsMember(sort_keys()))
+        ->option_text(fmt::format("{}", fmt::join(sort_keys(), "|")));
+    command->add_flag("--long", options->has_ids, "with the ids");
+    command->add_flag("--json", options->is_json, "as JSON")
+        ->excludes(command->add_flag("--csv", options->is_csv, "as CSV"));
+  }
+  {
+    auto [command, options] = add<Report_options>(
+        app, action, "report", "Write scans as a page for a browser", report_command);
+    command->add_option("FILE", options->files, scan_files)->option_text("...");
+    command
+        ->add_option("--output,-o", options->output,
+                     "the page, report.html if not given; - prints it")
+        ->option_text("FILE");
+  }
+  {
+    auto [command, options] = add<Frequencies_options>(
+        app, action, "frequencies", "Write a list for kestrel -y of the blocks with a signal",
+        frequencies_command);
+    command->add_option("FILE", options->files, scan_files)->option_text("...");
+    command->add_option("--output,-o", options->output, "the list; printed if not given")
+        ->option_text("FILE");
+  }
+  add<Nothing>(app, action, "doctor", "Look for what keeps the receiver from working here",
+               [](Store&, Nothing) { return run_doctor("/", ask_receiver, std::cout); });
 }
 
-Command add_doctor(CLI::App& app) {
-  auto root = std::make_shared<fs::path>("/");
-  auto* command = app.add_subcommand("doctor", "Look for what keeps kestrel from working here");
-  command->add_option("--root", *root, "the directory of another system to look at")
-      ->check(CLI::ExistingDirectory)
-      ->capture_default_str();
-  return {command, [root] { return run_doctor(*root, std::cout); }};
+/// For a word that is not a subcommand: the nearest ones.
+void suggest_command(const CLI::App& app) {
+  if (!app.get_subcommands().empty() || app.remaining_size() == 0) return;
+  std::vector<std::string> names;
+  for (const auto* command : app.get_subcommands({})) names.push_back(command->get_name());
+  const auto nearest = find_nearest(names, app.remaining().front());
+  if (!nearest.empty()) fmt::print(stderr, "Do you mean {}?\n", fmt::join(nearest, ", "));
 }
 
-/// What is printed must not get into a file that is opened later, the lock for one.
+/// What is printed must not get into a file that is opened later, a memory device for one.
 void fill_standard_streams() {
   int descriptor = 0;
   do {
@@ -143,34 +222,47 @@ void fill_standard_streams() {
 }
 
 int run(int argc, char** argv) {
-  CLI::App app("Companion of kestrel: stations by name, reports, and what is wrong with a board",
-               "kestrelctl");
-  app.set_version_flag("-V,--version", "kestrelctl " KESTREL_VERSION);
+  CLI::App app("The radio for every day: scan, play by name, presets, text, signal", "kestrelctl");
+  app.set_version_flag("--version,-V", "kestrelctl " KESTREL_VERSION);
   app.require_subcommand(1);
-  const std::vector<Command> commands{add_stations(app), add_play(app),        add_watch(app),
-                                      add_report(app),   add_frequencies(app), add_doctor(app)};
+  app.get_formatter()->column_width(26);
+  std::string state = Store::default_directory;
+  app.add_option("--state", state,
+                 "where presets and scans are kept, instead of /var/lib/kestrel ($KESTREL_STATE)")
+      ->envname("KESTREL_STATE")
+      ->option_text("DIRECTORY");
+  Action action;
+  add_radio_commands(app, action);
+  add_preset(app, action);
+  add_file_commands(app, action);
   try {
     app.parse(argc, argv);
   } catch (const CLI::ParseError& error) {
-    return app.exit(error) == 0 ? exit_status::success : exit_status::usage;
+    if (app.exit(error) == 0) return exit_status::success;
+    suggest_command(app);
+    return exit_status::usage;
   }
-  for (const auto& [command, action] : commands) {
-    if (command->parsed()) return action();
-  }
-  return exit_status::usage;
+  Store store(state);
+  catch_stop_signals();
+  return action(store);
 }
 
 }  // namespace
 
 int main(int argc, char** argv) {
   fill_standard_streams();
-  // What starts us may have its children forgotten; we wait for ours.
-  (void)std::signal(SIGCHLD, SIG_DFL);
   try {
     const int status = run(argc, argv);
+    errno = 0;
     if (std::cout << std::flush) return status;
-    std::cerr << "kestrelctl: the output could not be written\n";
+    // A reader that has seen enough knows that it ended.
+    if (errno != EPIPE) std::cerr << "kestrelctl: the output could not be written\n";
     return status == exit_status::success ? exit_status::failure : status;
+  } catch (const Stopped& stopped) {
+    return stopped.status();
+  } catch (const Failure& failure) {
+    std::cerr << "kestrelctl: " << failure.what() << '\n';
+    return failure.status();
   } catch (const std::exception& error) {
     std::cerr << "kestrelctl: " << error.what() << '\n';
   }

@@ -1,72 +1,162 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// `kestrelctl stations` and `kestrelctl play`: from scan files to a list, and from a name to a run.
+// From a name to sound: play, next and previous, stop and off, presets and the volume.
+#include <fmt/format.h>
+#include <fmt/ostream.h>
+
 #include <algorithm>
+#include <charconv>
+#include <cmath>
 #include <iostream>
-#include <iterator>
 
 #include "kestrelctl/commands.h"
-#include "kestrelctl/stations.h"
+#include "kestrelctl/radio.h"
 #include "kestrelctl/text.h"
 
 namespace kestrelctl {
 namespace {
 
-/// kestrel printed what this says, and ended with status 0 all the same.
-constexpr std::string_view failures[]{"Could not tune to frequency", "Could not start service",
-                                      "Illegal value for volume"};
+std::string join(const std::vector<std::string>& words, const char* separator) {
+  return fmt::format("{}", fmt::join(words, separator));
+}
 
-int play(const Station& station, const Play_options& options) {
-  if (const auto obstacle = station.obstacle(); kestrel_command(station).empty()) {
-    std::cerr << "kestrelctl: " << station.name << " cannot be played: " << obstacle << '\n';
-    return exit_status::failure;
+/// All digits, and within what a number may be; nothing for other words.
+std::optional<unsigned> whole_number(std::string_view text) {
+  unsigned number = 0;
+  const auto [end, error] = std::from_chars(text.begin(), text.end(), number);
+  return error == std::errc() && end == text.end() ? std::optional(number) : std::nullopt;
+}
+
+/// The one station that the name means; Failure with the choice, or the nearest names, if it is not
+/// just one.
+Station choose(const std::vector<Station>& stations, const std::string& name,
+               const Station_filter& filter) {
+  const auto found = find_stations(stations, name, filter);
+  if (found.size() == 1) return found.front();
+  if (found.empty()) {
+    auto sentence = fmt::format("No station is called \"{}\".", make_harmless(name));
+    const auto names = nearest_names(stations, name);
+    if (!names.empty()) sentence += fmt::format(" Do you mean {}?", join(names, ", "));
+    if (stations.empty()) sentence += " There is no scan yet: run kestrelctl scan.";
+    throw Failure(sentence, exit_status::not_found);
   }
-  std::vector<std::string> arguments{
-      "-f", std::to_string(station.index),        "-e", std::to_string(station.service_id),
-      "-c", std::to_string(station.component_id), "-p"};
-  auto command = "sudo " + options.kestrel.program;
-  for (const auto& argument : arguments) command += " " + argument;
-  if (options.level) {
-    const auto level = std::to_string(*options.level);
-    arguments.insert(arguments.end(), {"-l", level});
-    command += " -l " + level;
+  auto sentence = fmt::format("\"{}\" may be, with --block or --service to tell them apart:",
+                              make_harmless(name));
+  for (const auto& station : found) {
+    sentence += fmt::format("\n  {}, {}", station.name, station.place());
+    if (!station.is_fm) sentence += fmt::format(", service {}", station.service_id);
   }
-  if (options.is_dry_run) {
-    std::cout << command << '\n';
-    return exit_status::success;
+  throw Failure(sentence, exit_status::ambiguous);
+}
+
+Station fm_station(const Store& store, double mhz) {
+  Station station;
+  station.is_fm = true;
+  station.kind = "FM";
+  station.khz = static_cast<std::uint32_t>(std::lround(mhz * 100)) * 10;
+  const auto stations = store.stations();
+  if (const auto* known = find_station(stations, refer_to(station))) return *known;
+  station.name = station.place();
+  return station;
+}
+
+Station wanted_station(const Store& store, const Play_options& options) {
+  const auto settings = store.settings();
+  if (options.plays_last) {
+    if (!settings.last) throw Failure("Nothing has been played yet.", exit_status::not_found);
+    return station_of(store, *settings.last);
   }
-  std::cout << station.name << ", block " << station.block << ": " << command << '\n' << std::flush;
-  Stop_signals stop;
-  const auto report = run_kestrel(options.kestrel, arguments, stop);
-  std::cout << report;
-  const auto is_said = [&report](std::string_view message) {
-    return report.find(message) != std::string::npos;
-  };
-  if (!report.empty() && std::ranges::none_of(failures, is_said)) return exit_status::success;
-  std::cerr << "kestrelctl: it does not play; does the receiver have the frequency list that the "
-               "scan was made with?\n";
-  return exit_status::failure;
+  if (options.fm_mhz) return fm_station(store, *options.fm_mhz);
+  const auto name = join(options.words, " ");
+  if (const auto number = whole_number(name)) {
+    const auto preset = settings.presets.find(*number);
+    if (preset != settings.presets.end()) return station_of(store, preset->second);
+  }
+  return choose(options.files.empty() ? store.stations() : list_stations(read_scans(options.files)),
+                name, options.filter);
+}
+
+int play(Store& store, const Station& station) {
+  const auto reception = Radio(store).play(station);
+  fmt::print(std::cout, "Playing {}\n", describe(station, reception));
+  return exit_status::success;
 }
 
 }  // namespace
 
-int play_command(const Play_options& options) {
-  auto stations = list_stations(read_scans(options.files));
-  std::erase_if(stations, [&options](const Station& station) {
-    return !options.block.empty() && fold(station.block) != fold(options.block);
-  });
-  auto found = find_stations(stations, options.name);
-  if (found.size() == 1) return play(found.front(), options);
-  const auto name = make_harmless(options.name);
-  if (found.empty()) {
-    std::cerr << "kestrelctl: no station is called '" << name
-              << "'; kestrelctl stations lists them\n";
-    return exit_status::not_found;
+int play_command(Store& store, const Play_options& options) {
+  const auto station = wanted_station(store, options);
+  if (options.is_dry_run) {
+    const auto command = kestrel_command(station);
+    if (command.empty()) {
+      throw Failure(station.name + " cannot be played from kestrel's command line");
+    }
+    fmt::print(std::cout, "{}\n", command);
+    return exit_status::success;
   }
-  sort_stations(found, "name");
-  std::cerr << "kestrelctl: '" << name << "' can be any of these:\n";
-  write_table(std::cerr, found);
-  return exit_status::ambiguous;
+  if (options.volume) {
+    auto settings = store.settings();
+    settings.volume = static_cast<unsigned>(*options.volume);
+    store.save(settings);
+  }
+  return play(store, station);
+}
+
+int step_command(Store& store, int step) { return play(store, Radio(store).neighbour(step)); }
+
+int stop_command(Store& store) {
+  Radio(store).stop();
+  return exit_status::success;
+}
+
+int off_command(Store& store) {
+  Radio(store).off();
+  return exit_status::success;
+}
+
+int volume_command(Store& store, const std::string& change) {
+  Radio radio(store);
+  if (!change.empty()) {
+    constexpr auto highest = static_cast<int>(highest_volume);
+    const bool is_step = change.front() == '+' || change.front() == '-';
+    const auto number = whole_number(std::string_view(change).substr(is_step ? 1 : 0));
+    if (!number) {
+      throw Failure("The volume is a number from 0 to 63, or a step such as +5",
+                    exit_status::usage);
+    }
+    const int amount = static_cast<int>(std::min(*number, highest_volume));
+    const int from = change.front() == '+' ? radio.volume() : 0;
+    radio.set_volume(
+        std::clamp(change.front() == '-' ? radio.volume() - amount : from + amount, 0, highest));
+  }
+  fmt::print(std::cout, "{}\n", radio.volume());
+  return exit_status::success;
+}
+
+int list_presets_command(const Store& store) {
+  for (const auto& [number, preset] : store.settings().presets) {
+    const auto station = station_of(store, preset);
+    fmt::print(std::cout, "{:>3}  {}, {}\n", number, station.name, station.place());
+  }
+  return exit_status::success;
+}
+
+int set_preset_command(Store& store, unsigned number, const Play_options& station) {
+  const auto chosen = wanted_station(store, station);
+  auto settings = store.settings();
+  settings.presets[number] = refer_to(chosen);
+  store.save(settings);
+  fmt::print(std::cout, "{:>3}  {}, {}\n", number, chosen.name, chosen.place());
+  return exit_status::success;
+}
+
+int remove_preset_command(Store& store, unsigned number) {
+  auto settings = store.settings();
+  if (settings.presets.erase(number) == 0) {
+    throw Failure(fmt::format("There is no preset {}.", number), exit_status::not_found);
+  }
+  store.save(settings);
+  return exit_status::success;
 }
 
 }  // namespace kestrelctl

@@ -56,6 +56,7 @@ void Rds_decoder::feed(const Rds_group& group) {
       // Another station has come through, or an error has gone unnoticed.
       if (!stranger_ || read_pi(*stranger_)->value != pi->value) {
         stranger_ = group;
+        radiotext_.lose_group();
         return;
       }
       const auto first = *stranger_;
@@ -70,10 +71,9 @@ void Rds_decoder::feed(const Rds_group& group) {
 }
 
 void Rds_decoder::decode(const Rds_group& group) {
-  if (!is_readable(group, block_b)) {
-    radiotext_.lose_group();
-    return;
-  }
+  // Whatever a group with errors seems to be, it may have been one of the RadioText.
+  if (!is_clean(group, {block_b})) radiotext_.lose_group();
+  if (!is_readable(group, block_b)) return;
   if (programme_.offer(bits(group, block_b, 5, 6), is_clean(group, {block_b}))) {
     state_.tp = bits(group, block_b, 10, 1) != 0;
     state_.pty = static_cast<std::uint8_t>(bits(group, block_b, 5, 5));
@@ -146,10 +146,7 @@ void Rds_decoder::take_radiotext(const Rds_group& group) {
   const bool is_b = group_type(group) == group_2b;
   const auto kind = bits(group, block_b, 4, 1) << 1 | bits(group, block_b, version_bit, 1);
   const auto kind_before = text_kind_.value();
-  if (!text_kind_.offer(kind, is_clean(group, {block_b}))) {
-    radiotext_.lose_group();
-    return;
-  }
+  if (!text_kind_.offer(kind, is_clean(group, {block_b}))) return;
   if (kind != kind_before) {
     radiotext_ = is_b ? Rds_text(pairs_of_b, 1) : Rds_text(Rds_text::most_pairs, 2);
   }

@@ -74,7 +74,7 @@ class Rds_decoder {
   Confirmed<unsigned> programme_;      ///< TP and PTY
   Confirmed<unsigned> announcement_;   ///< TA, and music or speech
   Confirmed<bool> stereo_;
-  Rds_text ps_{4, 1};
+  Rds_text ps_{4};
   std::bitset<frequency_codes> doubtful_frequencies_;
   Confirmed<unsigned> text_kind_;  ///< version of the groups and A/B flag of the RadioText
   Rds_text radiotext_{Rds_text::most_pairs, 2};

@@ -17,11 +17,13 @@ void Rds_text::begin_group(std::size_t address, bool is_clean) {
 void Rds_text::put(std::size_t index, std::uint16_t characters, bool is_clean) {
   const auto before = pairs_[index].characters.value();
   if (!pairs_[index].characters.offer(characters, is_clean)) return;
-  if (before && *before != characters) {
+  const bool goes_on = open_end_ > 0 && index >= open_end_;
+  if ((before && *before != characters) || goes_on) {
     // Another text has begun, and whatever came before may be of the old one.
     pairs_ = {};
     pairs_[index].characters.offer(characters, true);
     turning_point_ = 0;
+    open_end_ = 0;
     whole_.reset();
   }
   ++pairs_[index].times;
@@ -37,14 +39,15 @@ void Rds_text::complete() {
     const auto& [characters, times, pass] = pairs_[i];
     // Pairs of one pass are of one text. So are those that have come twice, since a text that took
     // the place of another one would have contradicted it by then.
-    if (!characters.value() || (times < 2 && pass != pass_)) {
+    if (!characters.value() && i > 0 && i == turning_point_ && is_repeated) {
       // Some texts just end, and begin again.
-      if (i == turning_point_ && i > 0 && is_repeated) whole_ = std::move(text);
-      return;
+      open_end_ = i;
+      break;
     }
+    if (!characters.value() || (times < 2 && pass != pass_)) return;
     is_repeated = is_repeated && times >= 2;
     for (const int character : {*characters.value() >> 8, *characters.value() & 0xFF}) {
-      if (character == end_of_text) {
+      if (character == end_of_text && pairs_per_group_ > 0) {
         whole_ = std::move(text);
         return;
       }

@@ -38,9 +38,9 @@ class Rds_text {
  public:
   static constexpr std::size_t most_pairs = 32;
 
-  /// A text of `pairs` pairs, at most 32, unless it ends itself, of which each group carries
-  /// `pairs_per_group`.
-  Rds_text(std::size_t pairs, std::size_t pairs_per_group)
+  /// A text of `pairs` pairs, at most 32. If groups carry `pairs_per_group` of them each, it may
+  /// end before: with a carriage return, or where the groups begin again.
+  explicit Rds_text(std::size_t pairs, std::size_t pairs_per_group = 0)
       : size_(pairs), pairs_per_group_(pairs_per_group) {}
 
   /// A group of this text begins, the `address`-th; `is_clean`: that is certain.
@@ -69,6 +69,7 @@ class Rds_text {
   bool is_gap_ = true;             ///< between the last group of this text and the next
   std::size_t turning_point_ = 0;  ///< pairs before the addresses were seen to begin again
   std::optional<std::string> whole_;
+  std::size_t open_end_ = 0;  ///< pairs of the whole text, if nothing but the turning ends it
 };
 
 }  // namespace kestrelctl

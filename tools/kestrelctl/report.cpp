@@ -10,6 +10,7 @@
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/output.h"
+#include "kestrelctl/receiver.h"
 #include "kestrelctl/report_page.h"
 #include "kestrelctl/stations.h"
 #include "kestrelctl/text.h"
@@ -105,8 +106,8 @@ std::string as_script_data(const json& data) {
 
 }  // namespace
 
-int report_command(const Report_options& options) {
-  auto scans = read_scans_or_store(options.files, options.store);
+int report_command(const Store& store, const Report_options& options) {
+  auto scans = read_scans_or_store(options.files, store);
   std::erase_if(scans, [](const Scan& scan) { return scan.is_fm; });
   if (scans.empty()) throw std::runtime_error("there is no DAB scan to report");
   // What is kept may reach back for years: the newest, and what changed since the one before.

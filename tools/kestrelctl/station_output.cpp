@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "kestrelctl/commands.h"
+#include "kestrelctl/receiver.h"
 #include "kestrelctl/stations.h"
 #include "kestrelctl/text.h"
 
@@ -134,20 +135,20 @@ void write_csv(std::ostream& out, const std::vector<Station>& stations) {
   }
 }
 
-int list_stations_command(const Stations_options& options) {
-  auto stations = options.files.empty() ? options.store.stations() : std::vector<Station>();
-  if (stations.empty()) stations = list_stations(read_scans_or_store(options.files, options.store));
+int list_stations_command(const Store& store, const Stations_options& options) {
+  auto stations = options.files.empty() ? store.stations() : std::vector<Station>();
+  if (stations.empty()) stations = list_stations(read_scans_or_store(options.files, store));
   const auto wanted = fold(options.filter);
   std::erase_if(stations, [&wanted](const Station& station) {
     return fold(station.name).find(wanted) == std::string::npos;
   });
   sort_stations(stations, options.sort);
-  if (options.form == "json") {
+  if (options.is_json) {
     write_json(std::cout, stations);
-  } else if (options.form == "csv") {
+  } else if (options.is_csv) {
     write_csv(std::cout, stations);
   } else {
-    if (!stations.empty()) write_table(std::cout, stations, options.is_long);
+    if (!stations.empty()) write_table(std::cout, stations, options.has_ids);
   }
   if (!stations.empty()) return exit_status::success;
   std::cerr << "kestrelctl: " << (wanted.empty() ? "no station was found" : "no station matches")

@@ -1,0 +1,163 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+//
+// The radio on the simulated board, in one process: what is found plays, and what does not says
+// why.
+#include "kestrelctl/radio.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+
+#include "../directory.h"
+#include "kestrelctl/commands.h"
+#include "sim/board.h"
+
+namespace {
+
+using namespace kestrelctl;
+using namespace std::chrono_literals;
+
+class Radio_test : public testing::Test, protected Directory {
+ protected:
+  void SetUp() override {
+    if (geteuid() != 0) GTEST_SKIP() << "the receiver is root's";
+    sim::power_on({});
+    (void)printed([this] { scan_command(store_, {}); });
+  }
+  void TearDown() override { sim::power_off(); }
+
+  template <class Action>
+  static std::string printed(Action action) {
+    testing::internal::CaptureStdout();
+    action();
+    return testing::internal::GetCapturedStdout();
+  }
+  /// Why it did not happen, and with which status; "" and 0 if it did.
+  template <class Action>
+  static std::pair<std::string, int> failure(Action action) {
+    try {
+      action();
+    } catch (const Failure& failure) {
+      return {failure.what(), failure.status()};
+    }
+    return {"", 0};
+  }
+  [[nodiscard]] Station station(const std::string& name) const {
+    const auto found = find_stations(store_.stations(), name);
+    return found.size() == 1 ? found.front() : Station{};
+  }
+  /// The last command of the opcode that the receiver got.
+  static std::vector<std::uint8_t> last_command(std::uint8_t opcode) {
+    const auto commands = sim::commands();
+    const auto found = std::find_if(commands.rbegin(), commands.rend(),
+                                    [opcode](const auto& sent) { return sent[0] == opcode; });
+    return found == commands.rend() ? std::vector<std::uint8_t>{} : *found;
+  }
+
+  Store store_{path("state")};
+};
+
+TEST_F(Radio_test, PlaysEveryStationFromAFreshBoard) {
+  (void)printed([this] { scan_command(store_, {.is_fm = true, .location = {}}); });
+  unsigned played = 0;
+  unsigned refused = 0;
+  unsigned tried = 0;
+  for (const auto& station : store_.stations()) {
+    sim::power_on({});
+    // Loading the firmware takes most of the time, and is the same each time.
+    if (tried++ % 12 != 0) sim::set_booted(!station.is_fm);
+    Reception reception;
+    const auto why = failure([&] { reception = Radio(store_).play(station); });
+    if (const auto obstacle = station.obstacle(); !obstacle.empty()) {
+      ++refused;
+      EXPECT_EQ(why, std::pair(station.name + " cannot be played: " + std::string(obstacle), 5));
+      continue;
+    }
+    ++played;
+    ASSERT_EQ(why, std::pair(std::string(), 0)) << station.name;
+    EXPECT_EQ(reception.khz, station.khz);
+    EXPECT_TRUE(reception.is_received);
+    EXPECT_EQ(sim::violations(), std::vector<std::string>()) << station.name;
+    const auto now = Radio(store_).look();
+    ASSERT_TRUE(now.station) << station.name;
+    EXPECT_EQ(refer_to(*now.station), refer_to(station));
+    if (station.is_fm) continue;
+    const auto started = last_command(0x81);
+    ASSERT_EQ(started.size(), 12U) << station.name;
+    EXPECT_EQ(started[4] | started[5] << 8, static_cast<int>(station.service_id));
+    EXPECT_EQ(started[8] | started[9] << 8, static_cast<int>(station.component_id));
+  }
+  EXPECT_GT(played, 75U);
+  EXPECT_GT(refused, 5U);
+}
+
+TEST_F(Radio_test, SaysWhyAStationDoesNotPlay) {
+  const auto pop = station("Seegrund Pop");
+  struct Row {
+    const char* what;
+    void (*happened)();
+    std::string sentence;
+  };
+  auto& air = sim::air();
+  const auto intact = air;
+  const auto home = std::ranges::find(air.ensembles, 227360U, &sim::Ensemble::khz);
+  ASSERT_NE(home, air.ensembles.end());
+  const auto try_pop = [&] { return failure([&] { Radio(store_).play(pop); }).first; };
+  const auto retune = [&] { Radio(store_).play(station("Altmoor FM")); };
+
+  retune();
+  home->services.front().components.front().is_scrambled = true;
+  EXPECT_EQ(try_pop(), "Seegrund Pop cannot be played: it is scrambled");
+  home->services.front().components.front() = {.id = 63};
+  EXPECT_EQ(try_pop(), "Seegrund Pop cannot be played: its audio has moved; scan again");
+  home->services.erase(home->services.begin());
+  EXPECT_EQ(try_pop(), "Seegrund Pop cannot be played: it is gone from the ensemble; scan again");
+  retune();
+  home->list = std::nullopt;
+  EXPECT_EQ(try_pop(), "The service list of 12C has not come");
+  retune();
+  air.ensembles.erase(home);
+  EXPECT_TRUE(try_pop().starts_with("No ensemble on 12C: ")) << try_pop();
+  air = intact;
+  EXPECT_EQ(try_pop(), "");
+}
+
+TEST_F(Radio_test, NamesWhatIsWrongWithTheBoard) {
+  struct Row {
+    sim::Settings settings;
+    std::string sentence;
+  };
+  sim::Settings no_spi;
+  no_spi.board_files.erase("/dev/spidev0.0");
+  sim::power_on(no_spi);
+  const auto play = [this] { Radio(store_).play(station("Seegrund Pop")); };
+  EXPECT_TRUE(failure(play).first.starts_with("SPI is switched off")) << failure(play).first;
+}
+
+TEST_F(Radio_test, TakesTheScansFrequenciesOnlyIfTheReceiverLacksThem) {
+  const auto pop = station("Seegrund Pop");
+  EXPECT_EQ(last_command(0xB8), std::vector<std::uint8_t>());
+  Radio(store_).play(pop);
+  EXPECT_EQ(last_command(0xB8), std::vector<std::uint8_t>());
+  EXPECT_EQ(last_command(0xB0)[2], 33);
+  {
+    // Somebody gave the receiver another list.
+    Receiver receiver;
+    std::vector<std::uint32_t> other{174928, 227360};
+  }
+}
+
+TEST_F(Radio_test, KeepsTheVolumeOverABoot) {
+  Radio radio(store_);
+  radio.set_volume(17);
+  radio.off();
+  EXPECT_EQ(radio.look().reception.firmware, Firmware::off);
+  EXPECT_EQ(radio.look().volume, 17);
+  radio.play(station("Seegrund Pop"));
+  EXPECT_EQ(Receiver().volume(), 17);
+  radio.stop();
+  EXPECT_EQ(failure([&] { radio.stop(); }).second, 1);
+}
+
+}  // namespace

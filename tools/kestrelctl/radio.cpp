@@ -1,0 +1,165 @@
+// SPDX-License-Identifier: GPL-3.0-or-later
+#include "kestrelctl/radio.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <iterator>
+
+namespace kestrelctl {
+namespace {
+
+// Loud enough to be heard, and no fright over headphones.
+constexpr unsigned first_volume = 40;
+
+unsigned stored_volume(const Settings& settings) { return settings.volume.value_or(first_volume); }
+
+}  // namespace
+
+Station station_of(const Store& store, const Station_reference& wanted) {
+  const auto stations = store.stations();
+  if (const auto* found = find_station(stations, wanted)) return *found;
+  Station station;
+  station.name = wanted.name;
+  station.is_fm = wanted.is_fm;
+  station.khz = wanted.khz;
+  station.service_id = wanted.service_id;
+  station.component_id = wanted.component_id;
+  return station;
+}
+
+Reception Radio::play(const Station& station) {
+  if (const auto obstacle = station.obstacle(); !obstacle.empty()) {
+    throw Failure(fmt::format("{} cannot be played: {}", station.name, obstacle),
+                  exit_status::no_reception);
+  }
+  auto settings = store_.settings();
+  Reception reception;
+  {
+    Receiver receiver;
+    const auto volume = static_cast<int>(stored_volume(settings));
+    if (!receiver.ensure_firmware(station.is_fm ? Firmware::fm : Firmware::dab, volume) &&
+        receiver.volume() != volume) {
+      receiver.set_volume(volume);
+    }
+    if (station.is_fm) {
+      receiver.tune_fm(station.khz);
+    } else {
+      receiver.play_dab(station, frequency_list_of(station, store_.scans()));
+    }
+    reception = receiver.reception();
+  }
+  if (settings.last != std::optional(refer_to(station))) {
+    settings.last = refer_to(station);
+    store_.save(settings);
+  }
+  return reception;
+}
+
+Station Radio::neighbour(int step) const {
+  const auto settings = store_.settings();
+  const auto stations = store_.stations();
+  std::vector<Station> choice;
+  if (settings.presets.empty()) {
+    choice = stations;
+    std::erase_if(choice, [](const Station& station) { return !station.obstacle().empty(); });
+    sort_stations(choice, "name");
+  }
+  for (const auto& [number, preset] : settings.presets) {
+    choice.push_back(station_of(store_, preset));
+  }
+  if (choice.empty()) {
+    throw Failure("There are no presets and no stations yet. Run kestrelctl scan.",
+                  exit_status::not_found);
+  }
+  const auto size = static_cast<std::ptrdiff_t>(choice.size());
+  const auto last = std::ranges::find_if(choice, [&settings](const Station& station) {
+    return settings.last && refer_to(station) == *settings.last;
+  });
+  // Before the first there is none: the search begins at the end that lies in its direction.
+  std::ptrdiff_t place = step > 0 ? 0 : size - 1;
+  if (last != choice.end()) place = (last - choice.begin() + step + size) % size;
+  return choice[static_cast<std::size_t>(place)];
+}
+
+void Radio::set_volume(int volume) {
+  auto settings = store_.settings();
+  settings.volume = static_cast<unsigned>(volume);
+  Receiver receiver;
+  if (receiver.firmware() != Firmware::off) receiver.set_volume(volume);
+  store_.save(settings);
+}
+
+int Radio::volume() const { return static_cast<int>(stored_volume(store_.settings())); }
+
+void Radio::stop() {
+  Receiver receiver;
+  const auto reception = receiver.reception();
+  if (reception.firmware == Firmware::fm) receiver.set_volume(0);
+  if (reception.firmware == Firmware::dab) {
+    // What was started last may have been started by kestrel: the packets know.
+    receiver.drain_text(text_);
+    const auto station = playing_station(reception);
+    if (!station) throw Failure("Nothing is playing.", exit_status::not_found);
+    receiver.stop_dab(*station);
+  }
+}
+
+void Radio::off() { Receiver().power_down(); }
+
+std::optional<Station> Radio::playing_station(const Reception& reception) const {
+  const auto last = store_.settings().last;
+  const bool knows_service = reception.firmware == Firmware::dab && text_.service_id != 0;
+  if (last && last->khz == reception.khz &&
+      (!knows_service ||
+       (last->service_id == text_.service_id && last->component_id == text_.component_id))) {
+    return station_of(store_, *last);
+  }
+  for (const auto& station : store_.stations()) {
+    if (station.khz != reception.khz) continue;
+    const bool is_it = station.is_fm ? reception.firmware == Firmware::fm
+                                     : knows_service && station.service_id == text_.service_id;
+    if (is_it) return station;
+  }
+  return std::nullopt;
+}
+
+Now Radio::look() {
+  Now now;
+  Receiver receiver;
+  now.reception = receiver.reception();
+  if (now.reception.firmware == Firmware::off) {
+    now.volume = volume();
+    return now;
+  }
+  if (now.reception.khz != heard_khz_) {
+    heard_khz_ = now.reception.khz;
+    text_ = {};
+    rds_ = {};
+  }
+  now.volume = receiver.volume();
+  if (now.reception.firmware == Firmware::dab) {
+    receiver.drain_text(text_);
+    now.text = text_.label.state();
+    now.ensemble_time = receiver.ensemble_time();
+  } else if (now.reception.firmware == Firmware::fm) {
+    receiver.drain_rds(rds_);
+    now.rds = rds_.decoder.state();
+    now.text = {.text = now.rds.radiotext, .title = now.rds.title, .artist = now.rds.artist};
+  }
+  now.station = playing_station(now.reception);
+  return now;
+}
+
+std::string block_name(std::uint32_t khz) {
+  Block block;
+  block.khz = khz;
+  return block.name();
+}
+
+std::string describe(const Station& station, const Reception& reception) {
+  return fmt::format("{}, {}, {} dBuV, SNR {}", station.name, station.place(), reception.rssi_dbuv,
+                     reception.snr_db);
+}
+
+}  // namespace kestrelctl
