@@ -52,28 +52,21 @@ class Board {
   Board& operator=(const Board&) = delete;
   Board(Board&&) = delete;
   Board& operator=(Board&&) = delete;
-
   /// False when the board's directory cannot be made: there is no board then.
   bool is_usable() const { return is_usable_; }
 
   void log(Event event);
-
   /// Log what no correct host does.
   void report_violation(const std::string& what);
-
   /// A byte was clocked and took this long.
   void count_byte(Time duration);
-
   /// The device on the bus: the receiver, with its faults, unless a test attached another.
   Spi_device& device() { return *device_; }
   void attach(Spi_device& device);
-
   /// See whether somebody has pulled the antenna or put it back.
   void look_at_antenna();
-
   /// Keep the receiver's state if it is not the one saved last.
   void save_if_changed();
-
   /// Open a file of the board by its path on the board; null when there is none.
   std::FILE* open_file(const std::string& path, const char* mode);
 
@@ -119,8 +112,6 @@ void power_off();
 /// the next power_on(). The caller owns it and keeps it alive until then.
 inline void attach(Spi_device& device) { board().attach(device); }
 
-// -- What happened ----------------------------------------------------------
-
 /// Every event since power_on(), in order, and its to_string().
 inline const std::vector<Event>& events() { return board().events; }
 std::vector<std::string> event_texts();
@@ -148,8 +139,6 @@ inline std::uint64_t wire_bytes() { return board().wire_bytes; }
 /// out of order, FIFO overruns, and every command that the receiver refused or
 /// dropped, with the reason.
 inline const std::vector<std::string>& violations() { return board().violations; }
-
-// -- Steering the world -----------------------------------------------------
 
 /// What is on the air, free to change at any time; power_on() restores it. On a
 /// board with a directory the file antenna_out decides on `has_antenna`.
