@@ -29,7 +29,6 @@ struct Component {
   bool is_scrambled = false;      ///< conditional access
   bool uses_data_groups = false;  ///< packet mode only
   bool has_application_info = true;
-
   /// The 16-bit id word by which the chip lists and starts the component.
   std::uint16_t word() const;
 };

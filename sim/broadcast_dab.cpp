@@ -54,6 +54,7 @@ Service with(Service service, const std::vector<Component>& more) {
   return service;
 }
 
+// Tables from here on.
 // clang-format off
 Component second_audio(std::uint16_t sub_channel) {
   return {.id = sub_channel, .is_primary = false, .has_application_info = false};
@@ -77,7 +78,6 @@ Component fidc(std::uint16_t id) {
   return {.transport = Transport::fidc, .id = id, .type = 1, .is_primary = false,
           .has_application_info = false};
 }
-// clang-format on
 
 std::vector<Service> home_services() {
   Service pay = audio(0x43BC, "Premiere Ton", 15, 26);
@@ -96,13 +96,9 @@ std::vector<Service> home_services() {
       with(audio(0x43B5, "Seegrund Pop", 10, 12,
                  {{"Seegrund Pop"},
                   {"The Paper Lanterns - Northbound", "Northbound", "The Paper Lanterns"},
-                  {"Als N\x91"
-                   "chstes: K\x99hle N\x91"
-                   "chte"},
-                  {"K\x99hle N\x91"
-                   "chte (Mira Holt)",
-                   "K\x99hle N\x91"
-                   "chte",
+                  {"Als N\221chstes: K\231hle N\221chte"},
+                  {"K\231hle N\221chte (Mira Holt)",
+                   "K\231hle N\221chte",
                    "Mira Holt"},
                   {longest_text},
                   {.characters = "", .lasts = 10s}}),
@@ -134,11 +130,9 @@ std::vector<Service> border_services() {
 
 std::vector<Service> city_services() {
   return {
-      audio(0x4101, "Altmoor FM", 10, 1),
-      audio(0x4102, "Altmoor Klassik", 14, 2),
+      audio(0x4101, "Altmoor FM", 10, 1), audio(0x4102, "Altmoor Klassik", 14, 2),
       with(audio(0x4103, "Altmoor Sport", 4, 3), {second_audio(4), second_audio(5)}),
-      audio(0x4104, "Bluenote", 24, 6),
-      audio(0x4105, "Campus", 5, 7),
+      audio(0x4104, "Bluenote", 24, 6), audio(0x4105, "Campus", 5, 7),
       data(0xE1400110, "Altmoor Wetter", packets(0x0FFF, object_transfer)),
   };
 }
@@ -156,10 +150,8 @@ std::vector<Service> mountain_services() {
 
 std::vector<Service> french_services() {
   return {
-      audio(0xF201, "Velrose", 15, 1),
-      audio(0xF202, "Velrose Info", 1, 2),
-      audio(0xF203, "Pontclair", 10, 3),
-      audio(0xF204, "Pontclair Jazz", 24, 4),
+      audio(0xF201, "Velrose", 15, 1), audio(0xF202, "Velrose Info", 1, 2),
+      audio(0xF203, "Pontclair", 10, 3), audio(0xF204, "Pontclair Jazz", 24, 4),
       with(audio(0xF205, "Vallee Culture", 7, 5), {slides(0x0200)}),
       data(0xE1F00020, "Velrose Trafic", stream_data(6, transparent_channel)),
       audio(0xF207, "Radio du Lac", 12, 7),
@@ -168,10 +160,8 @@ std::vector<Service> french_services() {
 
 std::vector<Service> italian_services() {
   return {
-      audio(0x5301, "Corvento Uno", 1, 10),
-      audio(0x5302, "Corvento Due", 10, 11),
-      audio(0x5303, "Corvento Tre", 14, 12),
-      audio(0x5304, "Morvalle", 9, 13),
+      audio(0x5301, "Corvento Uno", 1, 10), audio(0x5302, "Corvento Due", 10, 11),
+      audio(0x5303, "Corvento Tre", 14, 12), audio(0x5304, "Morvalle", 9, 13),
       data(0xE0500030, "Corvento Dati", packets(0x0123, transparent_channel)),
   };
 }
@@ -187,10 +177,8 @@ std::vector<Service> austrian_services() {
 
 std::vector<Service> lake_services() {
   return {
-      audio(0x4501, "Ufer", 12, 2),
-      audio(0x4502, "Ufer Nacht", 13, 4),
-      audio(0x4503, "Brunnau", 9, 6),
-      audio(0x4504, "Brunnau Dialog", 21, 8),
+      audio(0x4501, "Ufer", 12, 2), audio(0x4502, "Ufer Nacht", 13, 4),
+      audio(0x4503, "Brunnau", 9, 6), audio(0x4504, "Brunnau Dialog", 21, 8),
       audio(0x4505, "Lakeside English", 3, 10),
   };
 }
@@ -201,10 +189,8 @@ std::vector<Service> first_services() {
 
 std::vector<Service> late_services() {
   return {
-      audio(0x4601, "Passwind", 11, 9),
-      audio(0x4602, "Passwind Gold", 27, 10),
-      audio(0x4603, "Fernblick", 22, 11),
-      audio(0x4604, "Fernblick Sport", 4, 12),
+      audio(0x4601, "Passwind", 11, 9), audio(0x4602, "Passwind Gold", 27, 10),
+      audio(0x4603, "Fernblick", 22, 11), audio(0x4604, "Fernblick Sport", 4, 12),
       data(0xE1400140, "Passwind Text", stream_data(13, object_transfer)),
   };
 }
@@ -213,7 +199,6 @@ std::vector<Service> late_services() {
 
 std::vector<Ensemble> default_ensembles() {
   constexpr std::nullopt_t never = std::nullopt;
-  // clang-format off
   return {
       // kHz    name           RSSI SNR CNR FIC  FIB errors, FFT offset, antenna, CU, fast detect,
       //        acquired, list, time, list version, services
@@ -244,7 +229,6 @@ std::vector<Ensemble> default_ensembles() {
       {229072, "Brunnau Ufer",  53, 16, 21,  99,    0,  0, 16, 210, 14,
                410ms, 700ms, never, 1, lake_services()},
   };
-  // clang-format on
 }
 
 }  // namespace sim

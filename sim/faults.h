@@ -64,7 +64,6 @@ class Fault_injector final : public Spi_device {
   std::uint8_t exchange(std::uint8_t mosi) override;
   void deselect() override;
   void reset_line(bool is_high) override { receiver_.reset_line(is_high); }
-
   /// A fault of this kind is among the settings'.
   bool has(Fault_kind kind) const;
 

@@ -29,14 +29,11 @@ class Peripherals {
   bool unmap();
   bool begin_spi();
   void end_spi();
-
   /// True when the library's registers may be used; a violation that names `caller` otherwise.
   bool is_mapped(const char* caller);
-
   /// Pin functions and levels; only the receiver's reset pin is wired to anything.
   void set_function(std::uint8_t pin, bool is_output);
   void set_level(std::uint8_t pin, bool is_high);
-
   /// Without a program: the reset line has been driven to this level before.
   void set_reset_level(bool is_high) { reset_level_ = is_high; }
 
@@ -49,7 +46,6 @@ class Peripherals {
   };
   const Spi_settings& spi_settings() const { return settings_; }
   void set_spi(const Spi_settings& settings);
-
   /// SPI0's registers CS and FIFO by word number. A read of CS lets the shift register move on by
   /// one byte, the pace at which a program that polls it sees the FIFOs fill and drain.
   std::uint32_t read(std::size_t word);

@@ -38,11 +38,9 @@ class Receiver final : public Spi_device {
   std::uint8_t exchange(std::uint8_t mosi) override;
   void deselect() override;
   void reset_line(bool is_high) override;
-
   /// For faults: the command that is being received will be refused, or lost.
   enum class Command_fault : std::uint8_t { none, refused, lost };
   void spoil_command(Command_fault fault) { command_fault_ = fault; }
-
   /// For faults: power is lost and returns.
   void power_cycle();
 
@@ -68,8 +66,6 @@ class Receiver final : public Spi_device {
   Command_fault command_fault_ = Command_fault::none;
 };
 
-// -- The host interface -----------------------------------------------------
-
 /// What the chip drives while it listens to a command, and in byte 0 of a read.
 inline constexpr std::uint8_t idle_byte = 0xFF;
 
@@ -84,8 +80,6 @@ inline constexpr std::uint8_t non_recoverable_bit = 0x01;
 /// Byte of a read at which STATUS0 and STATUS3 arrive.
 inline constexpr std::size_t status0_at = 1;
 inline constexpr std::size_t status3_at = 4;
-
-// -- Commands, a table in each command file ---------------------------------
 
 /// States in which a command is accepted, as a set.
 enum Accepted_in : std::uint8_t {
@@ -116,8 +110,6 @@ std::span<const Command> rds_commands();
 
 /// The row of an opcode, or null.
 const Command* find_command(std::uint8_t opcode);
-
-// -- What the command files share -------------------------------------------
 
 /// Start `firmware` with its defaults, as BOOT does.
 void start_firmware(Receiver_state& state, Firmware firmware);

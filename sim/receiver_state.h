@@ -44,23 +44,23 @@ struct Receiver_state {
 
   bool is_tuned = false;
   bool is_complete_acknowledged = false;
+  bool has_hit_band_limit = false;
+  bool has_antenna = true;
   std::uint32_t khz = 0;
   Time tuned_at{};
   Time complete_at{};
-  bool has_antenna = true;
   Time signal_since{};    ///< the tune, or the antenna's return after it
   Time signal_seen_at{};  ///< signal interrupts are acknowledged up to here
+  Time events_seen_at{};  ///< DAB events are acknowledged up to here
 
   std::vector<std::uint32_t> frequencies;  ///< DAB list, kHz, at most max_frequencies
   std::uint8_t index = 0;
-  Time events_seen_at{};  ///< DAB events are acknowledged up to here
   bool is_playing = false;
   std::uint32_t service_id = 0;
   std::uint32_t component_id = 0;
-  Time playing_since{};
   std::uint32_t packets_taken = 0;
+  Time playing_since{};
 
-  bool has_hit_band_limit = false;
   std::uint32_t groups_taken = 0;
 
   std::map<std::uint16_t, std::uint16_t> properties;  ///< those written since boot

@@ -23,13 +23,11 @@ class Scripted_device final : public Spi_device {
     queue_.insert(queue_.end(), frames, bytes);
     return *this;
   }
-
   /// The answer to every frame that finds the queue empty; at first all zeros.
   Scripted_device& by_default(std::vector<std::uint8_t> bytes) {
     default_ = std::move(bytes);
     return *this;
   }
-
   /// Answers still queued.
   std::size_t left() const { return queue_.size(); }
 
