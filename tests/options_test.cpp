@@ -65,6 +65,7 @@ TEST(Options, HelpIsWordForWord) {
   for (const auto* row = argp.options; row->name != nullptr; ++row) {
     text.append(row->name).append(1, char(row->key)).append(row->arg == nullptr ? "" : row->arg);
     text.append(row->doc);
+    EXPECT_EQ(row->flags + row->group, 0) << row->name;
   }
   std::uint32_t checksum = 0;  // stands for the words, which are in the table alone
   for (const char letter : text) checksum = checksum * 31 + std::uint8_t(letter);
