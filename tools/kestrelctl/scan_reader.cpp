@@ -222,12 +222,11 @@ class Reader : public nlohmann::json_sax<json> {
   /// Throws Unreadable.
   Scan read() {
     // Of a string that never ends the library would make copies.
-    for (std::size_t begin = 0, end = 0; begin < text_.size(); begin = end + 1) {
-      end = std::min(text_.find('"', begin), text_.size());
-      while (end > 0 && end < text_.size() && text_[end - 1] == '\\') {
-        end = std::min(text_.find('"', end + 1), text_.size());
+    for (std::size_t i = 0, begin = 0; i < text_.size(); ++i) {
+      if (text_[i] == '"' && (i == 0 || text_[i - 1] != '\\')) begin = i + 1;
+      if (i >= begin + longest_string) {
+        throw Unreadable(at_line(begin, "is not a scan file"));
       }
-      if (end - begin > longest_string) throw Unreadable(at_line(begin, "is not a scan file"));
     }
     if (!json::sax_parse(text_, this)) throw Unreadable(error_);
     if (!has_list_) throw Unreadable("is not a scan file: it has no list of ensembles");
