@@ -8,9 +8,11 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <random>
 
 #include "../directory.h"
 #include "kestrelctl/commands.h"
+#include "si468x/dab_tuning.h"
 #include "sim/board.h"
 
 namespace {
@@ -94,11 +96,6 @@ TEST_F(Radio_test, PlaysEveryStationFromAFreshBoard) {
 
 TEST_F(Radio_test, SaysWhyAStationDoesNotPlay) {
   const auto pop = station("Seegrund Pop");
-  struct Row {
-    const char* what;
-    void (*happened)();
-    std::string sentence;
-  };
   auto& air = sim::air();
   const auto intact = air;
   const auto home = std::ranges::find(air.ensembles, 227360U, &sim::Ensemble::khz);
@@ -124,28 +121,43 @@ TEST_F(Radio_test, SaysWhyAStationDoesNotPlay) {
 }
 
 TEST_F(Radio_test, NamesWhatIsWrongWithTheBoard) {
-  struct Row {
-    sim::Settings settings;
-    std::string sentence;
-  };
-  sim::Settings no_spi;
-  no_spi.board_files.erase("/dev/spidev0.0");
-  sim::power_on(no_spi);
-  const auto play = [this] { Radio(store_).play(station("Seegrund Pop")); };
-  EXPECT_TRUE(failure(play).first.starts_with("SPI is switched off")) << failure(play).first;
+  const auto look = [this] { return failure([this] { Radio(store_).look(); }).first; };
+  sim::Settings settings;
+  settings.board_files.erase("/dev/spidev0.0");
+  sim::power_on(settings);
+  EXPECT_TRUE(look().starts_with("SPI is switched off: ")) << look();
+  settings = {};
+  settings.faults = {*sim::parse_fault("all_ones")};
+  sim::power_on(settings);
+  EXPECT_EQ(look(), "No receiver answers. Is the board seated well?");
+  settings.faults = {*sim::parse_fault("all_zeros")};
+  sim::power_on(settings);
+  const auto boot = failure([this] { Radio(store_).play(station("Seegrund Pop")); }).first;
+  EXPECT_TRUE(boot.starts_with("The receiver does not answer.")) << boot;
 }
 
 TEST_F(Radio_test, TakesTheScansFrequenciesOnlyIfTheReceiverLacksThem) {
+  constexpr std::uint8_t set_freq_list = 0xB8;
   const auto pop = station("Seegrund Pop");
-  EXPECT_EQ(last_command(0xB8), std::vector<std::uint8_t>());
   Radio(store_).play(pop);
-  EXPECT_EQ(last_command(0xB8), std::vector<std::uint8_t>());
   EXPECT_EQ(last_command(0xB0)[2], 33);
-  {
-    // Somebody gave the receiver another list.
-    Receiver receiver;
-    std::vector<std::uint32_t> other{174928, 227360};
-  }
+  EXPECT_EQ(last_command(set_freq_list), std::vector<std::uint8_t>());
+  std::array<unsigned int, 2> other{174928, 227360};
+  const auto give_receiver = [&other](unsigned char count) {
+    const Receiver session;
+    ASSERT_EQ(Si468x_DAB_set_freq_list(other.data(), count), 0);
+  };
+  // In a list of somebody else's the station is where it is there.
+  give_receiver(2);
+  Radio(store_).play(station("Morgenrot"));
+  Radio(store_).play(pop);
+  EXPECT_EQ(last_command(0xB0)[2], 1);
+  EXPECT_EQ(last_command(set_freq_list)[1], 2);
+  give_receiver(1);
+  Radio(store_).play(station("Morgenrot"));
+  Radio(store_).play(pop);
+  EXPECT_EQ(last_command(0xB0)[2], 33);
+  EXPECT_EQ(last_command(set_freq_list)[1], 41);
 }
 
 TEST_F(Radio_test, KeepsTheVolumeOverABoot) {
@@ -157,7 +169,38 @@ TEST_F(Radio_test, KeepsTheVolumeOverABoot) {
   radio.play(station("Seegrund Pop"));
   EXPECT_EQ(Receiver().volume(), 17);
   radio.stop();
-  EXPECT_EQ(failure([&] { radio.stop(); }).second, 1);
+}
+
+/// Texts at random intervals, all of which a watch that looks now and then must show.
+TEST_F(Radio_test, MissesNoTextWhateverTheInterval) {
+  std::mt19937 random(5);
+  std::uniform_int_distribution<int> milliseconds(500, 20'000);
+  std::vector<sim::Text> texts;
+  for (int i = 0; i < 50; ++i) {
+    texts.push_back({.characters = "Text " + std::to_string(i),
+                     .lasts = std::chrono::milliseconds(milliseconds(random))});
+  }
+  auto& air = sim::air();
+  std::ranges::find(air.ensembles, 227360U, &sim::Ensemble::khz)->services.front().texts = texts;
+  const auto pop = station("Seegrund Pop");
+  for (const auto every : {200ms, 1000ms, 10'000ms}) {
+    Radio radio(store_);
+    Radio(store_).play(station("Felsental Zwei"));
+    Radio(store_).play(pop);
+    std::vector<std::string> heard;
+    for (auto left = 50 * 10'500ms; left > 0ms && heard.size() < texts.size(); left -= every) {
+      for (const auto& now : split_by_text(radio.look())) {
+        if (heard.empty() || heard.back() != now.text.text) heard.push_back(now.text.text);
+      }
+      sim::pass_time(every);
+      sim::clear_events();
+    }
+    std::erase(heard, "");
+    ASSERT_GE(heard.size(), 40U) << every.count();
+    for (std::size_t i = 0; i < heard.size(); ++i) {
+      ASSERT_EQ(heard[i], texts[i % texts.size()].characters) << every.count();
+    }
+  }
 }
 
 }  // namespace

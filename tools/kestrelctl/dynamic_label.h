@@ -25,6 +25,7 @@ struct Label_state {
   std::string text;
   std::string title;   ///< of what plays, as `text` names it
   std::string artist;  ///< likewise
+  bool operator==(const Label_state&) const = default;
 };
 
 enum class Label_change : std::uint8_t {

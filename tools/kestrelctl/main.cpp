@@ -61,11 +61,11 @@ void add_station(CLI::App& command, Play_options& options) {
   command.add_option("NAME", options.words, "the name, a part of it, or the number of a preset")
       ->option_text("...");
   command.add_flag("--last", options.plays_last, "what was played last");
-  command.add_option("--fm", options.fm_mhz, "an FM frequency in MHz, 98.5 for one")
+  command.add_option("--fm", options.fm_mhz, "an FM frequency in MHz, for example 98.5")
       ->check(number_in(64, 108))
       ->option_text("MHZ");
   command.add_option("--file", options.files, "look in this scan file")->option_text("FILE");
-  command.add_option("--block", options.filter.block, "only on this block, 12C for one")
+  command.add_option("--block", options.filter.block, "only on this block, for example 12C")
       ->option_text("BLOCK");
   command.add_option("--service", options.filter.service_id, "only the service with this id")
       ->option_text("ID");
@@ -212,7 +212,7 @@ void suggest_command(const CLI::App& app) {
   if (!nearest.empty()) fmt::print(stderr, "Do you mean {}?\n", fmt::join(nearest, ", "));
 }
 
-/// What is printed must not get into a file that is opened later, a memory device for one.
+/// What is printed must not get into a file that is opened later, such as a memory device.
 void fill_standard_streams() {
   int descriptor = 0;
   do {

@@ -52,7 +52,7 @@ Json describe_as_json(const Now& now) {
       {"artist", text_or_null(now.text.artist)},
       {"pi", is_fm ? if_known(now.rds.pi, [](unsigned pi) { return fmt::format("{:04X}", pi); })
                    : Json()},
-      {"ps", text_or_null(is_fm ? now.rds.ps : "")},
+      {"ps", text_or_null(is_fm ? now.rds.name() : "")},
       {"programme_type",
        is_fm ? if_known(now.rds.pty, [](unsigned type) { return programme_type_name(type); })
              : Json()},

@@ -76,8 +76,10 @@ Station wanted_station(const Store& store, const Play_options& options) {
                 name, options.filter);
 }
 
-int play(Store& store, const Station& station) {
-  const auto reception = Radio(store).play(station);
+int play(Store& store, const Station& station, const Paths& files = {}) {
+  Radio radio(store);
+  const auto reception =
+      files.empty() ? radio.play(station) : radio.play(station, read_scans(files));
   fmt::print(std::cout, "Playing {}\n", describe(station, reception));
   return exit_status::success;
 }
@@ -99,7 +101,7 @@ int play_command(Store& store, const Play_options& options) {
     settings.volume = static_cast<unsigned>(*options.volume);
     store.save(settings);
   }
-  return play(store, station);
+  return play(store, station, options.files);
 }
 
 int step_command(Store& store, int step) { return play(store, Radio(store).neighbour(step)); }

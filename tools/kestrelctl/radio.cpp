@@ -28,7 +28,7 @@ Station station_of(const Store& store, const Station_reference& wanted) {
   return station;
 }
 
-Reception Radio::play(const Station& station) {
+Reception Radio::play(const Station& station, std::span<const Scan> scans) {
   if (const auto obstacle = station.obstacle(); !obstacle.empty()) {
     throw Failure(fmt::format("{} cannot be played: {}", station.name, obstacle),
                   exit_status::no_reception);
@@ -45,7 +45,7 @@ Reception Radio::play(const Station& station) {
     if (station.is_fm) {
       receiver.tune_fm(station.khz);
     } else {
-      receiver.play_dab(station, frequency_list_of(station, store_.scans()));
+      receiver.play_dab(station, frequency_list_of(station, scans));
     }
     reception = receiver.reception();
   }
@@ -98,7 +98,7 @@ void Radio::stop() {
   if (reception.firmware == Firmware::fm) receiver.set_volume(0);
   if (reception.firmware == Firmware::dab) {
     // What was started last may have been started by kestrel: the packets know.
-    receiver.drain_text(text_);
+    (void)receiver.drain_text(text_);
     const auto station = playing_station(reception);
     if (!station) throw Failure("Nothing is playing.", exit_status::not_found);
     receiver.stop_dab(*station);
@@ -139,16 +139,22 @@ Now Radio::look() {
   }
   now.volume = receiver.volume();
   if (now.reception.firmware == Firmware::dab) {
-    receiver.drain_text(text_);
+    now.heard = receiver.drain_text(text_);
     now.text = text_.label.state();
     now.ensemble_time = receiver.ensemble_time();
   } else if (now.reception.firmware == Firmware::fm) {
-    receiver.drain_rds(rds_);
+    now.heard = receiver.drain_rds(rds_);
     now.rds = rds_.decoder.state();
-    now.text = {.text = now.rds.radiotext, .title = now.rds.title, .artist = now.rds.artist};
+    now.text = rds_.label();
   }
   now.station = playing_station(now.reception);
   return now;
+}
+
+std::vector<Now> split_by_text(const Now& now) {
+  std::vector<Now> each(std::max<std::size_t>(now.heard.size(), 1), now);
+  for (std::size_t i = 0; i < now.heard.size(); ++i) each[i].text = now.heard[i];
+  return each;
 }
 
 std::string block_name(std::uint32_t khz) {

@@ -6,7 +6,9 @@
 #pragma once
 
 #include <optional>
+#include <span>
 #include <string>
+#include <vector>
 
 #include "kestrelctl/receiver.h"
 #include "kestrelctl/store.h"
@@ -18,10 +20,14 @@ struct Now {
   Reception reception;
   std::optional<Station> station;  ///< what plays, if it is known by name
   int volume = 0;
-  Label_state text;  ///< what the station says; of FM the same as in `rds`
-  Rds_state rds;     ///< FM
+  Label_state text;                ///< what the station says; of FM the same as in `rds`
+  std::vector<Label_state> heard;  ///< what the text became since the look before, in its order
+  Rds_state rds;                   ///< FM
   std::optional<std::chrono::sys_seconds> ensemble_time;  ///< DAB: UTC, as transmitted
 };
+
+/// `now` once for each text that was heard, in their order; once if none was.
+std::vector<Now> split_by_text(const Now& now);
 
 /// What is known of a station that is kept in a preset: what the scans say, else what was kept.
 Station station_of(const Store& store, const Station_reference& wanted);
@@ -33,7 +39,9 @@ class Radio {
 
   /// Boot what is needed, tune and start the station at the stored volume, and remember it. How it
   /// is received.
-  Reception play(const Station& station);
+  Reception play(const Station& station) { return play(station, store_.scans()); }
+  /// The same for a station of other scans than the store's.
+  Reception play(const Station& station, std::span<const Scan> scans);
   /// The preset after (`step` 1) or before (-1) what was played last, round and round; without
   /// presets, the station of the list.
   [[nodiscard]] Station neighbour(int step) const;

@@ -4,6 +4,7 @@
 // have made: what came without error counts at once, what was corrected when it comes again alike.
 #pragma once
 
+#include <algorithm>
 #include <array>
 #include <bitset>
 #include <chrono>
@@ -46,6 +47,12 @@ struct Rds_state {
   std::optional<bool> stereo;
   std::vector<std::uint32_t> alternatives_khz;  ///< in the order received
   std::optional<Rds_time> time;                 ///< as of the last group that told it
+
+  /// PS without the blanks around it.
+  [[nodiscard]] std::string name() const {
+    const auto first = std::min(ps.find_first_not_of(' '), ps.size());
+    return ps.substr(first, ps.find_last_not_of(' ') + 1 - first);
+  }
 };
 
 class Rds_decoder {

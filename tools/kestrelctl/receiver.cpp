@@ -40,6 +40,8 @@ constexpr std::uint16_t volume_property = 0x0300;
 constexpr auto poll_interval = 20ms;
 // More than the receiver's queues hold: one that never ends is a fault.
 constexpr unsigned longest_queue = 100;
+// Stands for groups that were lost before they were read.
+constexpr Rds_group lost_groups{.blocks = {}, .errors = {3, 3, 3, 3}};
 
 volatile std::sig_atomic_t stop_signal = 0;
 
@@ -312,28 +314,33 @@ std::optional<std::chrono::sys_seconds> Receiver::ensemble_time() {
   return sys_days(date) + hours(time.hour) + minutes(time.minute) + seconds(time.second);
 }
 
-void Receiver::drain_text(Service_text& text) {
+std::vector<Label_state> Receiver::drain_text(Service_text& text) {
+  std::vector<Label_state> heard;
   std::array<unsigned char, service_data_reply_bytes> reply{};
   for (unsigned i = 0; i < longest_queue; ++i) {
     Si468x_digital_service_data packet;
     check(packet.get_new_data(reply.data()), "hand over its text");
-    if (packet.data_ready == 0) return;
+    if (packet.data_ready == 0) break;
     if (packet.payload == nullptr) continue;
     if (packet.service_id != text.service_id || packet.component_id != text.component_id) {
       text = {.service_id = packet.service_id, .component_id = packet.component_id, .label = {}};
     }
-    (void)text.label.feed({packet.payload, packet.byte_count});
+    if (text.label.feed({packet.payload, packet.byte_count}) != Label_change::nothing) {
+      heard.push_back(text.label.state());
+    }
   }
+  return heard;
 }
 
-void Receiver::drain_rds(Station_rds& rds) {
+std::vector<Label_state> Receiver::drain_rds(Station_rds& rds) {
+  std::vector<Label_state> heard;
   for (unsigned i = 0; i < longest_queue; ++i) {
     Si468x_FM_rds_status status;
     check(status.get_status(), "hand over its RDS");
     if (status.synchronized == 0) {
       // After a boot the decoder is switched off.
       if (i == 0) check(Si468x_FM_enable_rds(), "switch RDS on");
-      return;
+      break;
     }
     const Rds_group group{
         .blocks = {status.block_a, status.block_b, status.block_c, status.block_d},
@@ -341,10 +348,14 @@ void Receiver::drain_rds(Station_rds& rds) {
     // With an empty queue the reply shows nothing, or once more the group before.
     const bool is_last = status.fifo_used == 0;
     const bool is_stale = group.blocks == rds.last.blocks || group.blocks == Rds_group{}.blocks;
+    if (status.fifo_overrun != 0 && i == 0) rds.decoder.feed(lost_groups);
+    const auto before = rds.label();
     if (!is_last || !is_stale) rds.decoder.feed(group);
     rds.last = group;
-    if (is_last) return;
+    if (rds.label() != before) heard.push_back(rds.label());
+    if (is_last) break;
   }
+  return heard;
 }
 
 Visit Receiver::visit(Ensemble_list& ensembles, std::uint8_t index) {

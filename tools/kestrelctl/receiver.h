@@ -96,6 +96,12 @@ struct Service_text {
 struct Station_rds {
   Rds_decoder decoder;
   Rds_group last;
+
+  /// RadioText in the terms of a dynamic label.
+  [[nodiscard]] Label_state label() const {
+    const auto& state = decoder.state();
+    return {.text = state.radiotext, .title = state.title, .artist = state.artist};
+  }
 };
 
 class Receiver {
@@ -138,10 +144,11 @@ class Receiver {
   /// The time that the ensemble transmits, in UTC; nothing before it is known.
   std::optional<std::chrono::sys_seconds> ensemble_time();
   /// Take every data packet that waits in the receiver's queue; of another service than the one
-  /// before it, they begin the text anew.
-  void drain_text(Service_text& text);
-  /// Take every RDS group that waits, and switch the decoder on if it is off.
-  void drain_rds(Station_rds& rds);
+  /// before it, they begin the text anew. What the label became, one after the other.
+  std::vector<Label_state> drain_text(Service_text& text);
+  /// Take every RDS group that waits, and switch the decoder on if it is off. What RadioText
+  /// became, one after the other.
+  std::vector<Label_state> drain_rds(Station_rds& rds);
 
   /// The receiver's frequency list in kHz.
   std::vector<std::uint32_t> frequencies();

@@ -54,7 +54,9 @@ class Progress {
 };
 
 /// Prints what came, went and changed from one list of stations to the next.
+/// Nothing for a first scan, to which everything is new.
 void print_changes(const std::vector<Station>& before, const std::vector<Station>& after) {
+  if (before.empty()) return;
   const auto print = [](const char* what, const Station& station) {
     fmt::print(std::cout, "{:<8} {}, {}\n", what, station.name, station.place());
   };
@@ -145,7 +147,7 @@ Fm_station listen(Receiver& receiver) {
   constexpr auto step = 100ms;
   Station_rds rds;
   for (auto waited = 0ms; waited < patience; waited += step) {
-    receiver.drain_rds(rds);
+    (void)receiver.drain_rds(rds);
     if (rds.decoder.state().pi && !rds.decoder.state().ps.empty()) break;
     if (!pause(step)) throw Stopped();
   }
@@ -153,7 +155,7 @@ Fm_station listen(Receiver& receiver) {
   const auto& heard = rds.decoder.state();
   return {.khz = reception.khz,
           .pi = heard.pi.value_or(0),
-          .ps = heard.ps,
+          .ps = heard.name(),
           .programme_type = heard.pty.value_or(0),
           .rssi_dbuv = reception.rssi_dbuv,
           .snr_db = reception.snr_db};

@@ -37,7 +37,7 @@ Lines describe_lines(const Now& now) {
   const auto add = [&lines](const char* label, std::string value) {
     if (!value.empty()) lines.emplace_back(label, std::move(value));
   };
-  add("Station", now.station ? now.station->name : is_fm ? now.rds.ps : "");
+  add("Station", now.station ? now.station->name : is_fm ? now.rds.name() : "");
   add("Tuned to", reception.khz == 0 ? "nothing" : place_of(reception));
   if (is_fm) {
     add("Signal",
@@ -114,9 +114,6 @@ class Changes {
     if (tagged != tagged_ && !tagged.empty()) print("  > " + tagged);
     tagged_ = tagged;
   }
-  void show(const std::string& trouble) {
-    if (trouble != heading_) print(heading_ = trouble);
-  }
 
  private:
   static void print(const std::string& line) {
@@ -146,6 +143,7 @@ int status_command(Store& store, bool is_json) {
 int watch_command(Store& store, const Watch_options& options) {
   Radio radio(store);
   Changes changes;
+  std::string trouble;
   std::optional<Meter> meter;
   if (options.is_meter) meter.emplace();
   const auto every = options.every.value_or(options.is_meter ? 150ms : 1000ms);
@@ -153,17 +151,23 @@ int watch_command(Store& store, const Watch_options& options) {
     try {
       if (meter) {
         meter->show(Receiver().reception());
-      } else if (const auto now = radio.look(); options.is_json) {
-        std::cout << describe_as_json(now).dump() << std::endl;
       } else {
-        changes.show(now);
+        for (const auto& now : split_by_text(radio.look())) {
+          if (options.is_json) {
+            std::cout << describe_as_json(now).dump() << std::endl;
+          } else {
+            changes.show(now);
+          }
+        }
       }
+      trouble.clear();
     } catch (const Stopped&) {
       break;
     } catch (const Failure& failure) {
-      // At first it is a mistake; later it is something to tell, and to wait for its end.
+      // At first it is a mistake; later it is something to tell once, and to wait for its end.
       if (looks == 1) throw;
-      changes.show(failure.what());
+      if (trouble != failure.what()) std::cerr << "kestrelctl: " << failure.what() << '\n';
+      trouble = failure.what();
     }
     if (looks == options.count || !std::cout || !pause(every)) break;
   }
