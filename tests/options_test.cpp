@@ -60,6 +60,17 @@ TEST(Options, EachOptionSetsItsOwnFields) {
   }
 }
 
+TEST(Options, HelpIsWordForWord) {
+  std::string text = std::string(argp.args_doc) + argp.doc;
+  for (const auto* row = argp.options; row->name != nullptr; ++row) {
+    text.append(row->name).append(1, char(row->key)).append(row->arg == nullptr ? "" : row->arg);
+    text.append(row->doc);
+  }
+  std::uint32_t checksum = 0;  // stands for the words, which are in the table alone
+  for (const char letter : text) checksum = checksum * 31 + std::uint8_t(letter);
+  EXPECT_EQ(checksum, 1085327664U) << text;
+}
+
 class Run : public Board {
  protected:
   void SetUp() override {
