@@ -5,7 +5,8 @@
 #include <array>
 #include <cstdlib>
 
-// argp looks for these two by name.
+// argp looks for these two by name. The version is that of this program's interface, on which scripts
+// depend; the package has its own.
 const char* argp_program_version = "kestrel 1.4.0";
 const char* argp_program_bug_address = "the issue tracker of the kestrel project";
 
