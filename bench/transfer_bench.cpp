@@ -16,7 +16,8 @@ constexpr double wire_ns = 1024;
 void use_memory_for_registers() {
   static std::array<volatile std::uint32_t, 6> registers{};
   // Neither side clears these, and nothing else does.
-  registers[BCM2835_SPI0_CS / 4] = BCM2835_SPI0_CS_TXD | BCM2835_SPI0_CS_RXD | BCM2835_SPI0_CS_DONE;
+  registers[BCM2835_SPI0_CS / 4] =
+      BCM2835_SPI0_CS_TA | BCM2835_SPI0_CS_TXD | BCM2835_SPI0_CS_RXD | BCM2835_SPI0_CS_DONE;
   bcm2835_spi0 = registers.data();
 }
 

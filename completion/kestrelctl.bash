@@ -53,16 +53,16 @@ _kestrelctl() {
   for ((i = 2; i < COMP_CWORD; ++i)); do
     if ((value)); then
       value=0
-    elif [[ $subcommand${COMP_WORDS[i]} == @(*-[bflos]|*--@(block|count|every|file|filter|level|output|root|service|sort|state)|play--fm) ]]; then
+    elif [[ $subcommand${COMP_WORDS[i]} == @(*-o|*--@(block|city|count|country|every|file|filter|floor|latitude|longitude|output|postal-code|service|sort|state|street|street-number|volume)|play--fm|preset--fm) ]]; then
       value=1
     elif [[ ${COMP_WORDS[i]} != -* ]]; then
       given+=("${COMP_WORDS[i]}")
     fi
   done
   COMPREPLY=()
-  if ((value)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} == @(-s|--sort) ]]; then
+  if ((value)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} == --sort ]]; then
     candidates="name block signal kind type id"
-  elif ((value)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} != @(-o|--@(file|output|root|state)) ]]; then
+  elif ((value)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} != @(-o|--@(file|output|state)) ]]; then
     return
   elif [[ -z $subcommand && $current != -* ]]; then
     candidates="$(sed '1,/^Subcommands:/d' <<<"$help" | awk '/^  [a-z]/ {print $1}')"
@@ -79,4 +79,4 @@ _kestrelctl() {
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
   fi
   [[ -z $candidates ]] || mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$current")
-} && complete -F _kestrelctl kestrelctl
+} && complete -F _kestrelctl kestrelctl kestrelctl-sim

@@ -29,9 +29,8 @@ struct Component {
   bool is_scrambled = false;      ///< conditional access
   bool uses_data_groups = false;  ///< packet mode only
   bool has_application_info = true;
-
   /// The 16-bit id word by which the chip lists and starts the component.
-  [[nodiscard]] std::uint16_t word() const;
+  std::uint16_t word() const;
 };
 
 /// A text as a station sends it. A DAB station repeats it for as long as it lasts.
@@ -42,6 +41,13 @@ struct Text {
   std::uint8_t charset = 0;     ///< DAB only: 0 EBU Latin, 6 UCS-2, 15 UTF-8
   std::chrono::milliseconds lasts = std::chrono::seconds(12);  ///< DAB; FM texts take 21 s
 };
+
+/// The segments of a text and the command that tags its parts, in the order in
+/// which a DAB station sends them (ETSI EN 300 401, 7.4.5.2; ETSI TS 102 980); for
+/// a text without characters the command that clears the display. Each is the data
+/// of one packet: a prefix of two bytes, up to 16 bytes, and a zero. `toggle`
+/// differs from one text to the next.
+std::vector<std::vector<std::uint8_t>> dynamic_label_packets(const Text& text, bool toggle);
 
 struct Service {
   std::uint32_t id =
@@ -74,8 +80,6 @@ struct Ensemble {
   After_tune acquired = std::nullopt;
   After_tune list = std::nullopt;  ///< the service list is complete
   After_tune time = std::nullopt;  ///< date and time were transmitted
-  After_tune frequency_info = std::nullopt;
-  After_tune announcement = std::nullopt;
   std::uint16_t list_version = 0;
   std::vector<Service> services = {};
 };
@@ -110,19 +114,19 @@ struct Air {
 };
 
 /// What the simulated antenna receives unless a test changes it.
-[[nodiscard]] Air default_air();
+Air default_air();
 
 /// The DAB and the FM half of default_air().
-[[nodiscard]] std::vector<Ensemble> default_ensembles();
-[[nodiscard]] std::vector<Fm_station> default_stations();
+std::vector<Ensemble> default_ensembles();
+std::vector<Fm_station> default_stations();
 
 /// Centre frequencies in kHz of the 41 European Band III blocks 5A to 13F with
 /// 10N, 11N and 12N, ascending: the list that the DAB firmware starts with.
 inline constexpr std::size_t band_iii_blocks = 41;
-[[nodiscard]] const std::array<std::uint32_t, band_iii_blocks>& band_iii_khz();
+const std::array<std::uint32_t, band_iii_blocks>& band_iii_khz();
 
 /// Noise level on a frequency with nobody on it: small, and different from one
 /// channel to the next, the same at every look.
-[[nodiscard]] std::uint8_t noise_dbuv(std::uint32_t khz);
+std::uint8_t noise_dbuv(std::uint32_t khz);
 
 }  // namespace sim

@@ -7,18 +7,14 @@
 namespace sim {
 
 std::vector<Fm_station> default_stations() {
-  // The characters of RadioText are those of the basic set: 0x91, 0x97 and 0x99 are its umlauts.
-  const std::vector<Text> morning = {{"Altmoor am Morgen"}, {"Heute sch\x97n, sp\x91ter k\x99hl"}};
+  // The characters of RadioText are those of the basic set: \221, \227 and \231 are its umlauts.
+  const std::vector<Text> morning = {{"Altmoor am Morgen"}, {"Heute sch\227n, sp\221ter k\231hl"}};
   const std::vector<Text> news = {{"News every half hour, traffic when it matters"}};
   const std::vector<Text> quartet = {{"String quartet in G minor, live from Lindwil"}};
   const std::vector<Text> songs = {
       {"Now on Seegrund: The Paper Lanterns - Northbound", "Northbound", "The Paper Lanterns"},
       {"Seegrund: the whole of the lake, all of its songs, at all hours."},
-      {"Mira Holt with K\x99hle N\x91"
-       "chte",
-       "K\x99hle N\x91"
-       "chte",
-       "Mira Holt"}};
+      {"Mira Holt with K\231hle N\221chte", "K\231hle N\221chte", "Mira Holt"}};
   const std::vector<Text> jazz = {{"Jazz after dark"},
                                   {"Osk Trio: Blue Ledge", "Blue Ledge", "Osk Trio"}};
   // clang-format off
@@ -36,7 +32,7 @@ std::vector<Fm_station> default_stations() {
       {100200,  29, 14, 21,  2,  8,  0, true,  0xD319,  9, false, false, "GRENZ 4",  {{"Rund um den Hochried"}}},
       {101900,  44, 26,  7, -1,  8,  0, true,  0x4A33, 24, false, false, "BLUENOTE", jazz},
       {103400,  36, 20,  9,  0,  7,  0, true,  0x4202,  1, true,  true,  "FELS ONE", news, {88800, 97100}},
-      {105700,  54, 34,  2,  1,  7, 44, true,  0xF204, 15, false, false, "VELROSE",  {{"La vall\x82" "e en musique"}}},
+      {105700,  54, 34,  2,  1,  7, 44, true,  0xF204, 15, false, false, "VELROSE",  {{"La vall\202e en musique"}}},
       {107800,  40, 23,  8,  0,  7,  0, true,  0x4A55, 31, true,  false, "ALERT",    {{"Alarm channel"}}},
   };
   // clang-format on

@@ -17,22 +17,17 @@ class Clock {
   /// A clock that stands at `now`. Virtual time transmits a fixed date, so that
   /// two runs from the same state print the same; real time transmits today's.
   Clock(bool is_virtual, Time now);
-
   /// Simulated time since the board was first switched on.
-  [[nodiscard]] Time now() const { return now_; }
-
+  Time now() const { return now_; }
   /// Time passes without the program's doing: a byte on the wire.
   void advance(Time duration);
-
   /// The program waits; counted in waited(). A real wait ends early when a signal's handler has
   /// run, as the library's does.
   void wait(Time duration);
-
   /// Sum of all wait() durations.
-  [[nodiscard]] Time waited() const { return waited_; }
-
+  Time waited() const { return waited_; }
   /// The time of day in the simulated world at `at`.
-  [[nodiscard]] std::chrono::sys_seconds utc(Time at) const;
+  std::chrono::sys_seconds utc(Time at) const;
 
  private:
   bool is_virtual_;

@@ -4,7 +4,7 @@
 #include <algorithm>
 #include <array>
 
-#include "sim/fm_reception.h"
+#include "sim/receiver.h"
 
 namespace sim {
 namespace {
@@ -19,82 +19,63 @@ constexpr std::uint32_t pull_khz = 100;
 constexpr Time tune_time = 60ms;
 constexpr Time seek_step_time = 15ms;
 
-constexpr std::uint16_t seek_bottom = 0x3100;
-constexpr std::uint16_t seek_top = 0x3101;
-constexpr std::uint16_t seek_spacing = 0x3102;
-constexpr std::uint16_t lowest_valid_rssi = 0x3202;
-constexpr std::uint16_t lowest_valid_snr = 0x3204;
+// The band of a seek, its raster, and what a station needs to be found.
+constexpr std::uint32_t seek_bottom_khz = 87500;
+constexpr std::uint32_t seek_top_khz = 108000;
+constexpr std::uint32_t seek_step_khz = 100;
+constexpr std::uint8_t lowest_valid_rssi_dbuv = 17;
+constexpr std::uint8_t lowest_valid_snr_db = 10;
 
-const Fm_station* station_at(const Chip& chip, std::uint32_t khz) {
+const Fm_station* station_at(const Receiver& chip, std::uint32_t khz) {
   const auto found = std::ranges::find(chip.air.stations, khz, &Fm_station::khz);
   return found != chip.air.stations.end() && chip.state.has_antenna ? &*found : nullptr;
 }
 
-bool is_receivable(const Chip_state& state, const Fm_station& station) {
-  return station.rssi_dbuv >= property(state, lowest_valid_rssi) &&
-         station.snr_db >= property(state, lowest_valid_snr);
+bool is_receivable(const Fm_station& station) {
+  return station.rssi_dbuv >= lowest_valid_rssi_dbuv && station.snr_db >= lowest_valid_snr_db;
 }
 
-Refusal fm_tune(Chip& chip, Frame frame) {
-  if (!is_all_zero(frame.subspan(4))) {
-    return "the antenna capacitor is not automatic";
-  }
+Refusal fm_tune(Receiver& chip, Frame frame) {
+  if (!is_all_zero(frame.subspan(4))) return "the antenna capacitor is not automatic";
   const std::uint32_t khz = number_at(frame, 2, 2) * unit_khz;
-  if (khz < lowest_khz || khz > highest_khz) {
-    return "frequency out of the tuner's range";
-  }
+  if (khz < lowest_khz || khz > highest_khz) return "frequency out of the tuner's range";
   begin_tune(chip, khz, tune_time);
   return nullptr;
 }
 
-/// The raster channel from which a seek's first step goes: one on which `khz` lies, or the one just
-/// behind it as seen in the direction of the seek.
-std::uint32_t seek_start(std::uint32_t khz, std::uint32_t bottom, std::uint32_t top,
-                         std::uint32_t spacing, bool is_up) {
-  const std::uint32_t offset = std::clamp(khz, bottom, top) - bottom;
-  return bottom + (offset + (is_up ? 0 : spacing - 1)) / spacing * spacing;
-}
-
-Refusal fm_seek(Chip& chip, Frame frame) {
+Refusal fm_seek(Receiver& chip, Frame frame) {
   constexpr std::uint8_t wraps = 0x01;
   constexpr std::uint8_t downwards = 0x02;
   if ((frame[2] & ~unsigned{wraps | downwards}) != 0 || !is_all_zero(frame.subspan(3))) {
     return "reserved argument bits are set or the antenna capacitor is not automatic";
   }
   const bool is_up = (frame[2] & downwards) == 0;
-  const std::uint32_t bottom = property(chip.state, seek_bottom) * unit_khz;
-  const std::uint32_t top = property(chip.state, seek_top) * unit_khz;
-  const std::uint32_t spacing =
-      std::max<std::uint32_t>(property(chip.state, seek_spacing), 1) * unit_khz;
-  if (bottom > top) {
-    return "the seek band is empty";
-  }
-  const std::uint32_t highest = bottom + (top - bottom) / spacing * spacing;
-  std::uint32_t khz = seek_start(chip.state.khz, bottom, highest, spacing, is_up);
+  const std::uint32_t limit = is_up ? seek_top_khz : seek_bottom_khz;
+  // From between two channels the first step goes to the next one in the seek's direction.
+  const std::uint32_t offset =
+      std::clamp(chip.state.khz, seek_bottom_khz, seek_top_khz) - seek_bottom_khz;
+  std::uint32_t khz =
+      seek_bottom_khz + (offset + (is_up ? 0 : seek_step_khz - 1)) / seek_step_khz * seek_step_khz;
   bool has_hit_limit = false;
   std::uint32_t steps = 0;
-  for (const std::uint32_t channels = (highest - bottom) / spacing + 1; steps < channels;) {
-    if (khz == (is_up ? highest : bottom)) {
+  while (steps <= (seek_top_khz - seek_bottom_khz) / seek_step_khz) {
+    if (khz == limit) {
       has_hit_limit = true;
-      if ((frame[2] & wraps) == 0) {
-        break;
-      }
-      khz = is_up ? bottom : highest;
+      if ((frame[2] & wraps) == 0) break;
+      khz = is_up ? seek_bottom_khz : seek_top_khz;
     } else {
-      khz = is_up ? khz + spacing : khz - spacing;
+      khz = is_up ? khz + seek_step_khz : khz - seek_step_khz;
     }
     ++steps;
     const Fm_station* const station = station_at(chip, khz);
-    if (station != nullptr && is_receivable(chip.state, *station)) {
-      break;
-    }
+    if (station != nullptr && is_receivable(*station)) break;
   }
   begin_tune(chip, khz, seek_step_time * (steps + 1));
   chip.state.has_hit_band_limit = has_hit_limit;
   return nullptr;
 }
 
-Refusal rsq_status(Chip& chip, Frame frame) {
+Refusal rsq_status(Receiver& chip, Frame frame) {
   constexpr std::uint8_t reserved_interrupts = 0xF0;
   constexpr std::uint8_t reserved_states = 0x4C;
   constexpr std::uint8_t high_snr_db = 30;
@@ -103,7 +84,7 @@ Refusal rsq_status(Chip& chip, Frame frame) {
   constexpr std::uint8_t low_rssi_dbuv = 15;
   constexpr std::uint8_t hd_threshold = 50;
   constexpr std::uint8_t hd_filter_loss = 3;
-  const Chip_state& state = chip.state;
+  const Receiver_state& state = chip.state;
   const Fm_reception here = fm_reception(chip);
   const Fm_station& station = here.station;
   const bool is_complete = is_tune_complete(chip);
@@ -144,17 +125,15 @@ constexpr auto commands = std::to_array<Command>({
 
 std::span<const Command> fm_commands() { return commands; }
 
-Fm_reception fm_reception(const Chip& chip) {
-  const Chip_state& state = chip.state;
+Fm_reception fm_reception(const Receiver& chip) {
+  const Receiver_state& state = chip.state;
   Fm_reception here;
   here.station.rssi_dbuv = state.is_tuned ? noise_dbuv(state.khz) : std::uint8_t{0};
   here.station.has_rds = false;
-  if (!is_tune_complete(chip)) {
-    return here;
-  }
+  if (!is_tune_complete(chip)) return here;
   if (const Fm_station* const station = station_at(chip, state.khz)) {
     here.station = *station;
-    here.is_valid = is_receivable(state, *station);
+    here.is_valid = is_receivable(*station);
     return here;
   }
   const auto is_near = [&state](const Fm_station& station) {

@@ -9,7 +9,7 @@
 #include <random>
 #include <string>
 
-#include "sim/fm_reception.h"
+#include "sim/receiver.h"
 
 namespace sim {
 namespace {
@@ -21,7 +21,7 @@ constexpr Time group_time = 87'579us;
 constexpr Time sync_time = 150ms;
 constexpr std::uint32_t fifo_groups = 14;
 
-constexpr std::uint16_t fifo_level_property = 0x3C01;
+constexpr std::uint32_t full_fifo_groups = 10;  // raises the flag
 constexpr std::uint16_t decoder_property = 0x3C02;
 constexpr std::uint16_t emphasis_property = 0x3900;
 constexpr std::uint16_t decoder_on = 0x0001;
@@ -32,30 +32,27 @@ constexpr std::uint8_t clean_snr_db = 18;
 using Group = std::array<std::uint16_t, 4>;
 
 /// Group type and version, as the five highest bits of block B have them.
-enum Group_type : std::uint8_t {
-  type_0a = 0,
-  type_2a = 4,
-  type_3a = 6,
-  type_4a = 8,
-  type_12a = 24
-};
+enum Group_type : unsigned { type_0a = 0, type_2a = 4, type_3a = 6, type_4a = 8, type_12a = 24 };
 
-/// Block B: group type, the flags that every group repeats, and the group's own five bits.
-std::uint16_t block_b(const Fm_station& station, Group_type type, unsigned low_bits) {
-  return static_cast<std::uint16_t>(unsigned{type} << 11 | (station.tp ? 1U : 0U) << 10 |
-                                    (station.pty & 0x1FU) << 5 | (low_bits & 0x1FU));
+/// A group with the flags that every group repeats in block B, and the 37 bits of its own.
+Group make_group(const Fm_station& station, Group_type type, std::uint64_t bits) {
+  const unsigned block_b = type << 11 | (station.tp ? 1U : 0U) << 10 | (station.pty & 0x1FU) << 5 |
+                           static_cast<unsigned>(bits >> 32 & 0x1F);
+  return {station.pi, static_cast<std::uint16_t>(block_b), static_cast<std::uint16_t>(bits >> 16),
+          static_cast<std::uint16_t>(bits)};
 }
 
-/// Two characters of a text that is filled up with blanks.
-std::uint16_t characters(const std::string& text, std::size_t at) {
-  const auto character = [&text](std::size_t i) -> unsigned {
-    return i < text.size() ? static_cast<unsigned char>(text[i]) : unsigned{' '};
-  };
-  return static_cast<std::uint16_t>(character(at) << 8 | character(at + 1));
+/// `count` characters of a text that is filled up with blanks.
+std::uint64_t characters(const std::string& text, std::size_t at, std::size_t count) {
+  std::uint64_t bits = 0;
+  for (std::size_t i = at; i < at + count; ++i) {
+    bits = bits << 8 | (i < text.size() ? static_cast<unsigned char>(text[i]) : unsigned{' '});
+  }
+  return bits;
 }
 
 /// Alternative frequencies go out in pairs, the first of a list with their number.
-std::uint16_t alternatives(const Fm_station& station, std::size_t segment) {
+std::uint64_t alternatives(const Fm_station& station, std::size_t segment) {
   constexpr unsigned count_base = 224;
   constexpr unsigned filler = 205;
   constexpr std::uint32_t first_khz = 87500;
@@ -66,17 +63,19 @@ std::uint16_t alternatives(const Fm_station& station, std::size_t segment) {
   const std::size_t most = std::min<std::size_t>(list.size(), 8);
   const unsigned first =
       segment == 0 ? count_base + static_cast<unsigned>(most) : code(2 * segment - 1);
-  return static_cast<std::uint16_t>(first << 8 | code(2 * segment));
+  return first << 8 | code(2 * segment);
 }
 
 Group name_group(const Fm_station& station, std::uint32_t number) {
-  constexpr unsigned music = 0x08;
-  constexpr unsigned dynamic_pty = 0x04;
-  const unsigned segment = number / 2 % 4;
-  const unsigned decoder = segment == 0 ? dynamic_pty : 0;
-  const unsigned announcement = station.ta ? 0x10 : 0;
-  return {station.pi, block_b(station, type_0a, announcement | music | decoder | segment),
-          alternatives(station, segment), characters(station.ps, std::size_t{segment} * 2)};
+  constexpr std::uint64_t announcement = 0x10;
+  constexpr std::uint64_t music = 0x08;
+  constexpr std::uint64_t dynamic_pty = 0x04;
+  const std::uint64_t segment = number / 2 % 4;
+  const std::uint64_t flags =
+      (station.ta ? announcement : 0) | music | (segment == 0 ? dynamic_pty : 0);
+  return make_group(station, type_0a,
+                    (flags | segment) << 32 | alternatives(station, segment) << 16 |
+                        characters(station.ps, segment * 2, 2));
 }
 
 // Texts take turns; the A/B flag, and the item's toggle bit, differ from one to the next.
@@ -85,7 +84,7 @@ constexpr std::uint32_t text_groups = 30 * cycle_groups;
 
 struct Turn {
   Text text;
-  unsigned toggle = 0;
+  std::uint64_t toggle = 0;
   std::uint32_t number = 0;  ///< of the group within the turn
 };
 
@@ -93,7 +92,7 @@ Turn turn_at(const Fm_station& station, std::uint32_t number) {
   const std::size_t turn = number / text_groups;
   const std::size_t count = station.texts.size();
   return {.text = count == 0 ? Text{} : station.texts[turn % count],
-          .toggle = count > 1 ? static_cast<unsigned>(turn % 2) : 0U,
+          .toggle = count > 1 ? turn % 2 : 0,
           .number = number % text_groups};
 }
 
@@ -110,16 +109,15 @@ Group text_group(const Fm_station& station, std::uint32_t number) {
   // The other half of a cycle's uneven groups belongs to the tags.
   const std::uint32_t in_cycle = has_tags(station) ? 2 : 4;
   const std::uint32_t sent = turn.number / cycle_groups * in_cycle + turn.number % cycle_groups / 2;
-  const unsigned segment = sent % segments;
-  return {station.pi, block_b(station, type_2a, turn.toggle << 4 | segment),
-          characters(text, std::size_t{segment} * 4),
-          characters(text, std::size_t{segment} * 4 + 2)};
+  const std::uint64_t segment = sent % segments;
+  return make_group(station, type_2a,
+                    turn.toggle << 36 | segment << 32 | characters(text, segment * 4, 4));
 }
 
 /// RadioText Plus is announced as the application of group 12A.
 Group application_group(const Fm_station& station) {
-  constexpr std::uint16_t radiotext_plus = 0x4BD7;
-  return {station.pi, block_b(station, type_3a, type_12a), 0, radiotext_plus};
+  constexpr std::uint64_t radiotext_plus = 0x4BD7;
+  return make_group(station, type_3a, std::uint64_t{type_12a} << 32 | radiotext_plus);
 }
 
 /// Type, start and length of the tags for title and artist, as one number of 37 bits.
@@ -135,11 +133,10 @@ Group tags_group(const Fm_station& station, std::uint32_t number) {
   const std::uint64_t running = turn.text.title.empty() ? 0 : 1;
   // The second tag's length has 5 bits only.
   const std::uint64_t artist = tag(item_artist, turn.text.artist);
-  const std::uint64_t bits = std::uint64_t{turn.toggle} << 36 | running << 35 |
+  const std::uint64_t bits = turn.toggle << 36 | running << 35 |
                              tag(item_title, turn.text.title) << 17 | artist >> 6 << 5 |
                              std::min<std::uint64_t>(artist & 0x3F, 0x1F);
-  return {station.pi, block_b(station, type_12a, static_cast<unsigned>(bits >> 32)),
-          static_cast<std::uint16_t>(bits >> 16), static_cast<std::uint16_t>(bits)};
+  return make_group(station, type_12a, bits);
 }
 
 Group clock_group(const Fm_station& station, std::chrono::sys_seconds utc) {
@@ -148,14 +145,12 @@ Group clock_group(const Fm_station& station, std::chrono::sys_seconds utc) {
   constexpr unsigned west = 0x20;
   const auto today = std::chrono::floor<std::chrono::days>(utc);
   const auto day = static_cast<unsigned>((today - first_day).count());
-  const std::chrono::hh_mm_ss time(utc - today);
-  const auto hour = static_cast<unsigned>(time.hours().count());
-  const auto minute = static_cast<unsigned>(time.minutes().count());
-  const int offset = station.half_hours_east;
-  const auto half_hours = static_cast<unsigned>(std::abs(offset)) | (offset < 0 ? west : 0);
-  return {station.pi, block_b(station, type_4a, day >> 15),
-          static_cast<std::uint16_t>((day & 0x7FFF) << 1 | hour >> 4),
-          static_cast<std::uint16_t>((hour & 0x0F) << 12 | minute << 6 | half_hours)};
+  const auto minutes = static_cast<unsigned>((utc - today).count() / 60);
+  const auto offset = static_cast<unsigned>(std::abs(station.half_hours_east)) |
+                      (station.half_hours_east < 0 ? west : 0);
+  const std::uint64_t bits =
+      std::uint64_t{day} << 17 | std::uint64_t{minutes / 60} << 12 | minutes % 60 << 6 | offset;
+  return make_group(station, type_4a, bits);
 }
 
 struct Rds {
@@ -166,7 +161,7 @@ struct Rds {
   std::uint32_t waiting = 0;  ///< groups that nobody has read, those lost included
 };
 
-Group group_at(const Chip& chip, const Rds& now, std::uint32_t number) {
+Group group_at(const Receiver& chip, const Rds& now, std::uint32_t number) {
   constexpr std::uint32_t first_clock = 7;
   const Fm_station& station = now.station;
   const auto minute_at = [&](std::uint32_t group) {
@@ -179,9 +174,7 @@ Group group_at(const Chip& chip, const Rds& now, std::uint32_t number) {
     return clock_group(station, minute_at(number));
   }
   const std::uint32_t in_cycle = number % cycle_groups;
-  if (in_cycle % 2 == 0) {
-    return name_group(station, number);
-  }
+  if (in_cycle % 2 == 0) return name_group(station, number);
   if (in_cycle >= cycle_groups / 2 && has_tags(station)) {
     return in_cycle == cycle_groups - 1 ? tags_group(station, number) : application_group(station);
   }
@@ -190,7 +183,7 @@ Group group_at(const Chip& chip, const Rds& now, std::uint32_t number) {
 
 /// A group as it is received: its blocks, and their bit errors, two bits each, block A in the
 /// highest ones. What could not be corrected is noise.
-std::uint8_t receive(const Chip& chip, const Fm_station& station, std::uint32_t number,
+std::uint8_t receive(const Receiver& chip, const Fm_station& station, std::uint32_t number,
                      Group& group) {
   // One or a few bits, corrected.
   static constexpr std::array<std::uint8_t, 5> weak = {0x00, 0x10, 0x04, 0x00, 0x81};
@@ -210,8 +203,8 @@ std::uint8_t receive(const Chip& chip, const Fm_station& station, std::uint32_t 
 
 /// The decoder follows the station from the tune on; the properties only open it, so that the first
 /// look after enabling it need not come too early.
-Rds rds(const Chip& chip) {
-  const Chip_state& state = chip.state;
+Rds rds(const Receiver& chip) {
+  const Receiver_state& state = chip.state;
   Rds result;
   const Fm_reception here = fm_reception(chip);
   result.station = here.station;
@@ -227,63 +220,47 @@ Rds rds(const Chip& chip) {
   return result;
 }
 
-Refusal rds_status(Chip& chip, Frame frame) {
-  constexpr std::uint8_t acknowledge = 0x01;
-  constexpr std::uint8_t empty_fifo = 0x02;
-  constexpr std::uint8_t status_only = 0x04;
+Refusal rds_status(Receiver& chip, Frame /*frame*/) {
   constexpr std::uint8_t reserved_interrupts = 0xE4;
   constexpr std::uint8_t reserved_states = 0xE4;
   constexpr std::uint8_t reserved_programme = 0xC0;
   constexpr std::size_t reply_bytes = 16;
-  Chip_state& state = chip.state;
+  Receiver_state& state = chip.state;
   const Rds now = rds(chip);
   const Fm_station& station = now.station;
   const bool has_overrun = now.waiting > fifo_groups;
-  if (has_overrun || (frame[1] & empty_fifo) != 0) {
-    state.groups_taken = now.arrived - ((frame[1] & empty_fifo) != 0 ? 0 : fifo_groups);
-  }
-  const std::uint32_t kept =
-      std::min(now.arrived - std::min(now.arrived, state.groups_taken), fifo_groups);
-  const bool has_group = kept > 0 && (frame[1] & status_only) == 0;
-  const bool is_new =
-      now.is_synchronized && is_pending(chip, now.synchronized_at, state.rds_seen_at);
+  if (has_overrun) state.groups_taken = now.arrived - fifo_groups;
+  const std::uint32_t kept = std::min(now.waiting, fifo_groups);
+  const bool is_in = now.is_synchronized;  // nothing acknowledges that it was not
   auto& out = chip.reply;
-  out.push_back(join(reserved_interrupts, flag(is_new, 4), flag(is_new, 3), flag(is_new, 1),
-                     flag(kept >= property(state, fifo_level_property) && kept > 0, 0)));
-  out.push_back(join(reserved_states, flag(now.is_synchronized, 4), flag(now.is_synchronized, 3),
-                     flag(now.is_synchronized, 1), flag(has_overrun, 0)));
-  out.push_back(now.is_synchronized ? join(reserved_programme, flag(station.tp, 5),
-                                           static_cast<std::uint8_t>(station.pty & 0x1F))
-                                    : reserved_programme);
+  out.push_back(join(reserved_interrupts, flag(is_in, 4), flag(is_in, 3), flag(is_in, 1),
+                     flag(kept >= full_fifo_groups, 0)));
+  out.push_back(
+      join(reserved_states, flag(is_in, 4), flag(is_in, 3), flag(is_in, 1), flag(has_overrun, 0)));
+  const auto pty = static_cast<std::uint8_t>(station.pty & 0x1F);
+  out.push_back(
+      join(reserved_programme, flag(is_in && station.tp, 5), is_in ? pty : std::uint8_t{0}));
   out.push_back(reserved_byte);
-  append(out, now.is_synchronized ? station.pi : 0U, 2);
-  out.push_back(static_cast<std::uint8_t>(has_group ? kept - 1 : kept));
-  if (has_group) {
+  append(out, is_in ? station.pi : 0U, 2);
+  append(out, std::max(kept, 1U) - 1, 1);
+  if (kept > 0) {
     Group group = group_at(chip, now, state.groups_taken);
     out.push_back(receive(chip, station, state.groups_taken, group));
-    for (const std::uint16_t block : group) {
-      append(out, block, 2);
-    }
+    for (const std::uint16_t block : group) append(out, block, 2);
     ++state.groups_taken;
   }
   out.resize(reply_bytes, 0);
-  if ((frame[1] & acknowledge) != 0) {
-    state.rds_seen_at = chip.now();
-  }
   return nullptr;
 }
 
 constexpr auto commands = std::to_array<Command>({
-    {0x34, "FM_RDS_STATUS", 0x07, 2, 2, in_fmhd, 0us, rds_status},
+    {0x34, "FM_RDS_STATUS", 0x00, 2, 2, in_fmhd, 0us, rds_status},
 });
 
 }  // namespace
 
 std::span<const Command> rds_commands() { return commands; }
 
-Interrupts rds_interrupts(const Chip& chip) {
-  constexpr unsigned rds_received = 2;
-  return {.status0 = flag(rds(chip).waiting > 0, rds_received)};
-}
+unsigned rds_interrupts(const Receiver& chip) { return flag(rds(chip).waiting > 0, 2); }
 
 }  // namespace sim

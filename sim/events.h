@@ -2,52 +2,59 @@
 //
 // The record of a run as an oscilloscope on the board would show it: library
 // calls that move a pin or take time, and chip-select frames with the bytes
-// both ways. The peripherals write it, tests read it, the trace file prints it.
+// both ways. The board writes it, tests read it, the trace file prints it.
 #pragma once
 
-#include <chrono>
-#include <cstddef>
 #include <cstdint>
+#include <cstdio>
+#include <filesystem>
+#include <memory>
 #include <string>
 #include <vector>
 
+#include "sim/clock.h"
+
 namespace sim {
 
-enum class Event_kind : std::uint8_t {
-  init,
-  close,
-  fsel,  ///< numbers: pin, function (0 input, 1 output)
-  pud,   ///< numbers: pin, pull (0 off, 1 down, 2 up)
-  gpio,  ///< numbers: pin, level
-  spi_begin,
-  spi_end,
-  bit_order,    ///< number: 0 least, 1 most significant bit first
-  mode,         ///< number: SPI mode
-  divider,      ///< number: clock divider
-  cs,           ///< number: chip select
-  cs_polarity,  ///< numbers: chip select, active level
-  delay_ms,     ///< number: milliseconds
-  delay_us,     ///< number: microseconds
-  frame,        ///< one chip-select period: `sent` and `received`
-};
-
+/// A library call, or one chip-select period with the bytes both ways.
 struct Event {
-  Event_kind kind = Event_kind::init;
-  std::chrono::nanoseconds at{};            ///< simulated time at its beginning
-  std::uint64_t first = 0;                  ///< first number, where the kind has one
-  std::uint64_t second = 0;                 ///< second number, where the kind has two
+  Time at{};                                ///< simulated time at its beginning
+  std::string text = "frame";               ///< a call's name and numbers, the last often in words
   std::vector<std::uint8_t> sent = {};      ///< frames: MOSI, whole
   std::vector<std::uint8_t> received = {};  ///< frames: MISO, as long as `sent`
+
+  bool is_frame() const { return text == "frame"; }
 };
 
-/// Short stable text of an event, for expectations in tests: "init", "close",
-/// "fsel 23 out", "pud 7 up", "gpio 23 low", "spi_begin", "spi_end",
-/// "bit_order msb", "mode 0", "divider 32", "cs 0", "cs_polarity 0 low",
-/// "delay_ms 200", "delay_us 50", "frame 01 00 1f" (the bytes sent, all of them,
-/// lower-case hex; the bytes received are not in the text).
-[[nodiscard]] std::string to_string(const Event& event);
+/// Short stable text of an event, for expectations in tests: "init", "fsel 23 out",
+/// "pud 7 up", "gpio 23 low", "bit_order msb", "cs_polarity 0 low", "delay_ms 200",
+/// "frame 01 00 1f" (the bytes sent, all of them; those received are not in the text).
+std::string to_string(const Event& event);
 
-/// The first `most` of `bytes` in lower-case hex with blanks between them.
-[[nodiscard]] std::string hex(const std::vector<std::uint8_t>& bytes, std::size_t most);
+/// Seconds with nanoseconds, such as "0.200001024".
+std::string seconds(Time time);
+
+/// The readable trace of a run.
+class Trace {
+ public:
+  /// Begin the file anew. An empty path: nothing is traced. A file that cannot be
+  /// written is named on standard error, once.
+  explicit Trace(const std::filesystem::path& path);
+
+  void event(const Event& event);
+  void violation(Time at, const std::string& text);
+  void summary(Time at, Time waited, Time on_wire, std::uint64_t wire_bytes);
+
+ private:
+  struct Closer {
+    void operator()(std::FILE* file) const { (void)std::fclose(file); }
+  };
+
+  void line(Time at, const std::string& text);
+
+  std::unique_ptr<std::FILE, Closer> file_;
+  std::uint64_t delays_ = 0;
+  std::uint64_t frames_ = 0;
+};
 
 }  // namespace sim

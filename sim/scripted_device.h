@@ -5,9 +5,8 @@
 // board's event log.
 #pragma once
 
-#include <cstddef>
-#include <cstdint>
 #include <deque>
+#include <utility>
 #include <vector>
 
 #include "sim/spi_device.h"
@@ -19,22 +18,30 @@ namespace sim {
 /// is empty. Usage: `chip.answer({0, 0x80, 0, 0, 0xC0}); sim::attach(chip);`
 class Scripted_device final : public Spi_device {
  public:
-  /// Queue the answer to one frame, reads and command writes alike.
-  Scripted_device& answer(std::vector<std::uint8_t> bytes);
-
-  /// Queue the same answer for `frames` frames.
-  Scripted_device& answer(const std::vector<std::uint8_t>& bytes, std::size_t frames);
-
+  /// Queue the same answer for `frames` frames, reads and command writes alike.
+  Scripted_device& answer(const std::vector<std::uint8_t>& bytes, std::size_t frames = 1) {
+    queue_.insert(queue_.end(), frames, bytes);
+    return *this;
+  }
   /// The answer to every frame that finds the queue empty; at first all zeros.
-  Scripted_device& by_default(std::vector<std::uint8_t> bytes);
-
+  Scripted_device& by_default(std::vector<std::uint8_t> bytes) {
+    default_ = std::move(bytes);
+    return *this;
+  }
   /// Answers still queued.
-  [[nodiscard]] std::size_t left() const { return queue_.size(); }
+  std::size_t left() const { return queue_.size(); }
 
-  void select() override;
-  std::uint8_t exchange(std::uint8_t mosi) override;
-  void deselect() override;
-  void reset_line(bool high) override;
+  void select() override {
+    position_ = 0;
+    current_ = queue_.empty() ? default_ : queue_.front();
+    if (!queue_.empty()) queue_.pop_front();
+  }
+  std::uint8_t exchange(std::uint8_t /*mosi*/) override {
+    const auto at = position_++;
+    return at < current_.size() ? current_[at] : std::uint8_t{0};
+  }
+  void deselect() override {}
+  void reset_line(bool /*is_high*/) override {}
 
  private:
   std::deque<std::vector<std::uint8_t>> queue_;

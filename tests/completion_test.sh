@@ -82,11 +82,11 @@ tab=$'\t'
 expect "kestrel -b F$tab" "[-b][F]"
 expect "kestrel --frequency_l${tab}my-$tab" "[--frequency_list=my-other.txt]"
 expect "kestrel --pl$tab" "[--play]"
-expect "kestrelctl sta$tab" "[stations]"
+expect "kestrelctl frequ$tab" "[frequencies]"
 expect "kestrelctl stations --so$tab si$tab" "[stations][--sort][signal]"
 expect "kestrelctl report ens$tab" "[report][ensemblescan_1_X.json]"
 expect "kestrelctl play rad$tab" "[play][Radio 1]"
-expect "kestrelctl play --level 5 radio ${tab}" "[play][--level][5][radio][1]"
+expect "kestrelctl play --volume 5 radio ${tab}" "[play][--volume][5][radio][1]"
 expect "kestrelctl preset set 3 rad$tab" "[preset][set][3][Radio 1]"
 for name in 'aa";touch p5;"' 'bb$(touch p5)' 'cc`touch p5`' "dd';touch p5;'" 'ee!!' "ff'n'" 'gg\' 'hh & 1' \
   'ii:b=c@d' 'jj #~*?[x]{1}'; do

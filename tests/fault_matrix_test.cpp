@@ -68,7 +68,7 @@ Bytes opcodes_of_frames() {
   Bytes opcodes;
   std::uint8_t opcode = 0;
   for (const auto& event : sim::events()) {
-    if (event.kind != sim::Event_kind::frame) continue;
+    if (!event.is_frame()) continue;
     if (event.sent[0] != 0) opcode = event.sent[0];
     opcodes.push_back(opcode);
   }

@@ -17,7 +17,7 @@
 #include <span>
 
 #include "cli/run.h"
-#include "sim/world.h"
+#include "sim/board.h"
 #include "support.h"
 
 class Forked_runs : public sim::Spi_device {
@@ -35,7 +35,7 @@ class Forked_runs : public sim::Spi_device {
   void power_on() {
     faults_at_ = nullptr;
     sim::power_on({});
-    injector_.emplace(sim::world().receiver(), std::vector<sim::Fault>{});
+    injector_.emplace(sim::board().receiver, std::vector<sim::Fault>{});
     sim::attach(*this);
   }
   /// From now on count frames, and have a child for each fault that `faults_at` names for a frame.
@@ -127,7 +127,7 @@ class Forked_runs : public sim::Spi_device {
       faults_at_ = nullptr;
       fault_ = fault;
       struck_frame_ = frame_;
-      injector_.emplace(sim::world().receiver(), std::vector{fault});
+      injector_.emplace(sim::board().receiver, std::vector{fault});
       renew_streams();
       return;
     }
@@ -137,7 +137,7 @@ class Forked_runs : public sim::Spi_device {
     if (outcome == 0) return;
     ++failures_;
     dprintf(standard_output_, "This was %s at frame %zu: wait status %d\n",
-            std::string(sim::fault_row(fault.kind).name).c_str(), frame_, outcome);
+            std::string(sim::name_of(fault.kind)).c_str(), frame_, outcome);
   }
 
   Memory* memory_ = static_cast<Memory*>(

@@ -65,6 +65,7 @@ TEST(Options, HelpIsWordForWord) {
   for (const auto* row = argp.options; row->name != nullptr; ++row) {
     text.append(row->name).append(1, char(row->key)).append(row->arg == nullptr ? "" : row->arg);
     text.append(row->doc);
+    EXPECT_EQ(row->flags + row->group, 0) << row->name;
   }
   std::uint32_t checksum = 0;  // stands for the words, which are in the table alone
   for (const char letter : text) checksum = checksum * 31 + std::uint8_t(letter);
@@ -118,6 +119,7 @@ TEST_F(Run, DoesAndSaysWhatWasAskedFor) {
        "read 7"},
       {booted, "-f 300 -k -l 5", enabled + untuned, "b0 b2 ", "delay_ms 200"},  // beyond the list
       {booted, "-k -l 5 -f 40", enabled + untuned, "b0 b2 ", "delay_ms 200"},   // nobody there
+      {booted, "-t", enabled + "0-0-0T0:0:0Z\n", "bc ", "read 12"},  // untuned
       {booted, "-o 256", enabled, "13 14 13 14 13 14 ", "read 7"}};
   for (const auto& [before, line, text, sent, last] : cases) {
     EXPECT_EQ(output(before, line), text) << line;

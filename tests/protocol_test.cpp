@@ -13,6 +13,8 @@ namespace {
 using Protocol = Board;
 using Properties = Board;
 
+const std::uint32_t code_at_start = Si468x_ErrorCode;  // before any test
+
 TEST_F(Protocol, CommandIsSentWaitedForAndItsReplyRead) {
   Bytes command, into;
   std::uint16_t reply_len = 0;
@@ -79,6 +81,7 @@ TEST_F(Protocol, StatusIsJudgedTheSameWayEverywhere) {
 }
 
 TEST_F(Protocol, BareTransfersJudgeNothing) {
+  EXPECT_EQ(code_at_start, 0U);
   start().answer(busy).answer(refused).answer({0xEE, 0xED});
   Bytes into(8, 0x77), command{0x84, 0x01};
   EXPECT_EQ(Si468x_rd_reply(into.data()), 0);  // clear to send is the caller's matter

@@ -1,12 +1,17 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // The status records: every field from its own place, every report to the byte.
+#include <array>
 #include <functional>
 #include <map>
 #include <tuple>
 
 #include "si468x/chip_info.h"
 #include "si468x/dab_status.h"
+#include "si468x/ensemble_time.h"
+#include "si468x/fm_rds.h"
+#include "si468x/fm_tuning.h"
+#include "si468x/service_playback.h"
 #include "support.h"
 
 namespace {
@@ -62,7 +67,8 @@ TEST_F(Records, ReportsAreExactAndShowZerosForAFailedRead) {
       {print_event_status, broken, "", 24}};
   for (const auto& [command, answer, values, code] : cases) {
     start().by_default(answer);
-    EXPECT_EQ(printed(command), report(layouts.at(command), values));
+    EXPECT_EQ(printed([&run = command] { EXPECT_EQ(run(), 0); }),
+              report(layouts.at(command), values));
     EXPECT_EQ(Si468x_ErrorCode, code);
   }
 }
@@ -114,6 +120,23 @@ TEST_F(Records, FailedReadKeepsTheRecord) {
            {.result = -3, .code = code, .waited_us = 1'227'500}}});
   }
   EXPECT_EQ(printed(print), before);
+}
+
+TEST_F(Records, PrintingAlwaysSucceeds) {
+  std::stringstream out;
+  const auto print = [](auto record) { return record.print_data(); };
+  const auto results = [&] {
+    return std::array<int, 9>{print(Si468x_chip_info()),
+                              print(Si468x_DAB_digrad_status()),
+                              print(Si468x_DAB_event_status()),
+                              print(Si468x_time()),
+                              print(Si468x_FM_rsq_status()),
+                              print(Si468x_FM_rds_status()),
+                              print(Si468x_digital_service_data()),
+                              Si468x_DAB_digrad_status().json_print_data(out),
+                              Si468x_time().json_print_data(out)};
+  };
+  EXPECT_NE(printed([&] { EXPECT_EQ(results(), (std::array<int, 9>{})); }), "");
 }
 
 TEST_F(Records, EveryBitHasItsOwnField) {

@@ -2,7 +2,6 @@
 //
 // Any frames, waits and resets on the simulated receiver. Input: the firmware that runs (0 none),
 // then records that are frames; an empty one is followed by a byte for a wait or a reset.
-#include "sim/chip.h"
 #include "sim/receiver.h"
 #include "support.h"
 
@@ -13,9 +12,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   sim::Clock clock(true, {});
   sim::Receiver receiver(clock, air, [](const std::string&) {});
   if (const auto firmware = fuzz::take_byte(input) % 3; firmware != 0) {
-    sim::Chip_state state;
-    sim::start_firmware(state, static_cast<sim::Firmware>(firmware));
-    receiver.restore(state);
+    sim::start_firmware(receiver.state, static_cast<sim::Firmware>(firmware));
   }
   while (!input.empty()) {
     if (const auto frame = fuzz::take_record(input); !frame.empty()) {
@@ -28,7 +25,7 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
       receiver.reset_line(what % 2 != 0);
     }
   }
-  const sim::Saved_state saved{.now = clock.now(), .wall = {}, .chip = receiver.state()};
+  const sim::Saved_state saved{.now = clock.now(), .wall = {}, .chip = receiver.state};
   fuzz::require(sim::parse_state(sim::serialise(saved)) == saved, "any state can be saved");
   return 0;
 }

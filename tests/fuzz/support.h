@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// What the fuzz targets and their seeds share: how an input is taken apart, and whole runs of the
+// What the fuzz targets share: how an input is taken apart, and whole runs of the
 // program. An input that violates a requirement aborts, which libFuzzer and the replay both report.
 #pragma once
 
@@ -48,7 +48,7 @@ inline std::uint8_t take_byte(Input& input) {
   return byte.empty() ? std::uint8_t{0} : byte[0];
 }
 
-// A record is a length byte and so many bytes: up to 127, or a multiple of 32 up to 4096, the most
+// A record is a length byte and that many bytes: up to 127, or a multiple of 32 up to 4096, the most
 // that the driver reads or writes at once.
 inline constexpr std::size_t long_step = 32;
 inline constexpr std::size_t short_limit = 0x7F;
@@ -68,7 +68,7 @@ inline std::uint8_t reply_byte(Input record, std::size_t i) {
   return i < content.size() ? content[i] : std::uint8_t{0};
 }
 
-/// A new board, its bus set up, whose chip answers every frame with `bytes` behind a first one.
+/// A new board, its bus set up, whose chip answers every frame with `bytes` after a first one.
 class Constant_board {
  public:
   explicit Constant_board(Input bytes) {

@@ -42,22 +42,21 @@ enum class Place {
   fm_station
 };
 struct Way {
-  Place from;
+  Place from, to;
   std::string_view key;  ///< empty: the elements of an array
-  Place to;
 };
-constexpr Way ways[]{{Place::document, "Location", Place::location},
-                     {Place::document, "ensembleList", Place::entries},
-                     {Place::entries, "", Place::entry},
-                     {Place::entry, "DigradStatus", Place::status},
-                     {Place::entry, "ensembleTime", Place::time},
-                     {Place::entry, "DigitalServiceList", Place::list},
-                     {Place::list, "ServiceList", Place::services},
-                     {Place::services, "", Place::service},
-                     {Place::service, "ComponentList", Place::components},
-                     {Place::components, "", Place::component},
-                     {Place::document, "fmStations", Place::fm_stations},
-                     {Place::fm_stations, "", Place::fm_station}};
+constexpr Way ways[]{{Place::document, Place::location, "Location"},
+                     {Place::document, Place::entries, "ensembleList"},
+                     {Place::entries, Place::entry, ""},
+                     {Place::entry, Place::status, "DigradStatus"},
+                     {Place::entry, Place::time, "ensembleTime"},
+                     {Place::entry, Place::list, "DigitalServiceList"},
+                     {Place::list, Place::services, "ServiceList"},
+                     {Place::services, Place::service, ""},
+                     {Place::service, Place::components, "ComponentList"},
+                     {Place::components, Place::component, ""},
+                     {Place::document, Place::fm_stations, "fmStations"},
+                     {Place::fm_stations, Place::fm_station, ""}};
 
 /// What is being read: the records so far, the last of which are not complete.
 struct Reading {
@@ -75,47 +74,47 @@ struct Reading {
 
 struct Number_member {
   Place place;
-  std::string_view key;
   std::uint32_t largest;
+  std::string_view key;
   void (*store)(Reading&, std::uint32_t);
 };
 constexpr std::uint32_t any = 0xFFFFFFFF, word = 0xFFFF, byte = 0xFF;
 /// The chip's signed byte, which kestrel shows unsigned.
 constexpr int as_signed(std::uint32_t number) { return static_cast<std::int8_t>(number); }
 constexpr Number_member number_members[]{
-    {Place::entry, "EnsemleNo", byte, [](Reading& r, auto n) { r.block().index = n; }},
-    {Place::status, "tune_freq", any, [](Reading& r, auto n) { r.block().khz = n; }},
-    {Place::status, "rssi", byte, [](Reading& r, auto n) { r.block().rssi_dbuv = as_signed(n); }},
-    {Place::status, "snr", byte, [](Reading& r, auto n) { r.block().snr_db = as_signed(n); }},
-    {Place::status, "cnr", byte, [](Reading& r, auto n) { r.block().cnr_db = n; }},
-    {Place::status, "FIC_quality", byte, [](Reading& r, auto n) { r.block().fic_quality = n; }},
-    {Place::status, "valid", byte, [](Reading& r, auto n) { r.block().is_valid = n != 0; }},
-    {Place::status, "acq", byte, [](Reading& r, auto n) { r.block().is_acquired = n != 0; }},
-    {Place::service, "ServId", any, [](Reading& r, auto n) { r.service().id = n; }},
-    {Place::service, "AudioOrDataFlag", byte,
+    {Place::entry, byte, "EnsemleNo", [](Reading& r, auto n) { r.block().index = n; }},
+    {Place::status, any, "tune_freq", [](Reading& r, auto n) { r.block().khz = n; }},
+    {Place::status, byte, "rssi", [](Reading& r, auto n) { r.block().rssi_dbuv = as_signed(n); }},
+    {Place::status, byte, "snr", [](Reading& r, auto n) { r.block().snr_db = as_signed(n); }},
+    {Place::status, byte, "cnr", [](Reading& r, auto n) { r.block().cnr_db = n; }},
+    {Place::status, byte, "FIC_quality", [](Reading& r, auto n) { r.block().fic_quality = n; }},
+    {Place::status, byte, "valid", [](Reading& r, auto n) { r.block().is_valid = n != 0; }},
+    {Place::status, byte, "acq", [](Reading& r, auto n) { r.block().is_acquired = n != 0; }},
+    {Place::service, any, "ServId", [](Reading& r, auto n) { r.service().id = n; }},
+    {Place::service, byte, "AudioOrDataFlag",
      [](Reading& r, auto n) { r.service().is_data = n != 0; }},
-    {Place::service, "ProgramType", byte,
+    {Place::service, byte, "ProgramType",
      [](Reading& r, auto n) { r.service().programme_type = n; }},
-    {Place::service, "CAId", byte,
+    {Place::service, byte, "CAId",
      [](Reading& r, auto n) { r.service().has_conditional_access = n != 0; }},
-    {Place::service, "SICharset", byte, [](Reading& r, auto n) { r.charset = n; }},
-    {Place::component, "comp_ID", any, [](Reading& r, auto n) { r.component().id = n; }},
-    {Place::component, "TMID", byte, [](Reading& r, auto n) { r.component().transport = n; }},
-    {Place::component, "ASCTyDSCTy", byte, [](Reading& r, auto n) { r.component().type = n; }},
-    {Place::component, "CA_flag", byte,
+    {Place::service, byte, "SICharset", [](Reading& r, auto n) { r.charset = n; }},
+    {Place::component, any, "comp_ID", [](Reading& r, auto n) { r.component().id = n; }},
+    {Place::component, byte, "TMID", [](Reading& r, auto n) { r.component().transport = n; }},
+    {Place::component, byte, "ASCTyDSCTy", [](Reading& r, auto n) { r.component().type = n; }},
+    {Place::component, byte, "CA_flag",
      [](Reading& r, auto n) { r.component().is_scrambled = n != 0; }},
-    {Place::time, "year", word, [](Reading& r, auto n) { r.time[0] = n; }},
-    {Place::time, "month", byte, [](Reading& r, auto n) { r.time[1] = n; }},
-    {Place::time, "day", byte, [](Reading& r, auto n) { r.time[2] = n; }},
-    {Place::time, "hour", byte, [](Reading& r, auto n) { r.time[3] = n; }},
-    {Place::time, "minute", byte, [](Reading& r, auto n) { r.time[4] = n; }},
-    {Place::time, "second", byte, [](Reading& r, auto n) { r.time[5] = n; }},
-    {Place::fm_station, "frequency_khz", any, [](Reading& r, auto n) { r.fm().khz = n; }},
-    {Place::fm_station, "PI", word,
+    {Place::time, word, "year", [](Reading& r, auto n) { r.time[0] = n; }},
+    {Place::time, byte, "month", [](Reading& r, auto n) { r.time[1] = n; }},
+    {Place::time, byte, "day", [](Reading& r, auto n) { r.time[2] = n; }},
+    {Place::time, byte, "hour", [](Reading& r, auto n) { r.time[3] = n; }},
+    {Place::time, byte, "minute", [](Reading& r, auto n) { r.time[4] = n; }},
+    {Place::time, byte, "second", [](Reading& r, auto n) { r.time[5] = n; }},
+    {Place::fm_station, any, "frequency_khz", [](Reading& r, auto n) { r.fm().khz = n; }},
+    {Place::fm_station, word, "PI",
      [](Reading& r, auto n) { r.fm().pi = static_cast<std::uint16_t>(n); }},
-    {Place::fm_station, "PTY", byte, [](Reading& r, auto n) { r.fm().programme_type = n; }},
-    {Place::fm_station, "rssi", byte, [](Reading& r, auto n) { r.fm().rssi_dbuv = as_signed(n); }},
-    {Place::fm_station, "snr", byte, [](Reading& r, auto n) { r.fm().snr_db = as_signed(n); }}};
+    {Place::fm_station, byte, "PTY", [](Reading& r, auto n) { r.fm().programme_type = n; }},
+    {Place::fm_station, byte, "rssi", [](Reading& r, auto n) { r.fm().rssi_dbuv = as_signed(n); }},
+    {Place::fm_station, byte, "snr", [](Reading& r, auto n) { r.fm().snr_db = as_signed(n); }}};
 
 /// Nothing for a time that cannot be right.
 std::optional<std::chrono::sys_seconds> make_time(const std::array<unsigned, 6>& parts) {
@@ -198,7 +197,7 @@ std::string widen_own_strings(std::string_view text) {
       const auto end = line.rfind('"');
       if (end != std::string_view::npos && end >= begin && end - begin <= longest_string) {
         auto bytes = std::string(line.substr(begin, end - begin));
-        for (auto at = bytes.find("\\\""); is_label && at != bytes.npos;
+        for (auto at = bytes.find("\\\""); is_label && at != std::string::npos;
              at = bytes.find("\\\"", at + 1)) {
           bytes.erase(at, 1);
         }
@@ -222,12 +221,11 @@ class Reader : public nlohmann::json_sax<json> {
   /// Throws Unreadable.
   Scan read() {
     // Of a string that never ends the library would make copies.
-    for (std::size_t begin = 0, end = 0; begin < text_.size(); begin = end + 1) {
-      end = std::min(text_.find('"', begin), text_.size());
-      while (end > 0 && end < text_.size() && text_[end - 1] == '\\') {
-        end = std::min(text_.find('"', end + 1), text_.size());
+    for (std::size_t i = 0, begin = 0; i < text_.size(); ++i) {
+      if (text_[i] == '"' && (i == 0 || text_[i - 1] != '\\')) begin = i + 1;
+      if (i >= begin + longest_string) {
+        throw Unreadable(at_line(begin, "is not a scan file"));
       }
-      if (end - begin > longest_string) throw Unreadable(at_line(begin, "is not a scan file"));
     }
     if (!json::sax_parse(text_, this)) throw Unreadable(error_);
     if (!has_list_) throw Unreadable("is not a scan file: it has no list of ensembles");
@@ -367,7 +365,7 @@ class Reader : public nlohmann::json_sax<json> {
     before = before.substr(0, position);
     auto line = 1 + std::ranges::count(before, '\n');
     // A line end within a widened string.
-    for (auto at = before.find("\xC4\x8A"); is_widened_ && at != before.npos;
+    for (auto at = before.find("\xC4\x8A"); is_widened_ && at != std::string_view::npos;
          at = before.find("\xC4\x8A", at + 1)) {
       ++line;
     }
@@ -390,7 +388,7 @@ Scan read_scan_text(std::string_view text) {
     try {
       return Reader(text, false).read();
     } catch (const Unreadable&) {
-      if (text.find("\"ensembleList\"") == text.npos) throw;
+      if (text.find("\"ensembleList\"") == std::string_view::npos) throw;
     }
   }
   return Reader(widen_own_strings(text), true).read();
