@@ -161,7 +161,7 @@ int watch_command(Store& store, const Watch_options& options) {
     } catch (const Stopped&) {
       break;
     } catch (const Failure& failure) {
-      // The first look fails for a reason that stays; a later one may succeed again.
+      // At first it is a mistake; later it is something to tell, and to wait for its end.
       if (looks == 1) throw;
       changes.show(failure.what());
     }
