@@ -31,7 +31,7 @@ namespace {
 
 using nlohmann::ordered_json;
 
-// What a list of 4089 bytes has behind its header: room for 170 services, or for 145 that have one
+// What a list of 4089 bytes has after its header: room for 170 services, or for 145 that have one
 // component each.
 constexpr std::size_t entries_bytes = 4083;
 constexpr int most_services = 170;

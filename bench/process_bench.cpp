@@ -3,7 +3,7 @@
 // process_bench <kestrel> <kestrel-sim> <i2cdetect> <gpiodetect>
 //
 // Start, end and peak memory of whole processes: runs without options, beside two small tools of
-// the same trade that print their version. kestrel-sim's run ends right behind its first frame,
+// the same trade that print their version. kestrel-sim's run ends right after its first frame,
 // kestrel's at its message that there is no board.
 #include <fcntl.h>
 #include <spawn.h>

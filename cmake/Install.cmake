@@ -65,7 +65,7 @@ install(
   endforeach()]])
 
 # The folders stay, so that the links between the documents hold.
-install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
+install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(FILES firmware/README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/firmware")
 install(
   DIRECTORY docs

@@ -63,7 +63,7 @@ struct Service {
   std::vector<Text> texts = {};  ///< sent in turn; one without characters clears the display
 };
 
-/// A signal in a DAB block. One without services is a carrier that is no
+/// A signal in a DAB block. One without services is a carrier, not an
 /// ensemble; one whose FIC quality is too low is never acquired.
 struct Ensemble {
   std::uint32_t khz = 0;

@@ -14,7 +14,7 @@ using Time = std::chrono::nanoseconds;
 
 class Clock {
  public:
-  /// A clock that stands at `now`. Virtual time transmits a fixed date, so that
+  /// A clock that shows `now`. Virtual time transmits a fixed date, so that
   /// two runs from the same state print the same; real time transmits today's.
   Clock(bool is_virtual, Time now);
   /// Simulated time since the board was first switched on.

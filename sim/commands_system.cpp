@@ -82,7 +82,7 @@ Refusal get_func_info(Receiver& chip, Frame /*frame*/) {
   constexpr unsigned build_location_bit = 4;
   constexpr std::uint8_t reserved_bits = 0x4C;
   // The two images differ in every field; the FM one was built outside revision control, where the
-  // bytes behind the flags mean nothing.
+  // bytes after the flags mean nothing.
   if (chip.state.firmware == Firmware::dab) {
     chip.reply = {5, 0, 5, join(reserved_bits, flag(true, build_location_bit))};
     append(chip.reply, 28731, 4);

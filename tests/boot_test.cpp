@@ -23,7 +23,7 @@ constexpr std::size_t before_patch = 5;
 constexpr std::size_t before_image = before_patch + 2 + 2 + 2;
 constexpr std::size_t before_boot = before_image + 256;  // the DAB image has 128
 
-/// What arrived behind the HOST_LOAD headers.
+/// What arrived after the HOST_LOAD headers.
 Bytes loaded() {
   Bytes bytes;
   for (const auto& sent : sim::commands()) {
@@ -123,7 +123,7 @@ TEST_F(Boot, ResultsTellRefusalFromWrongState) {
 TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
   Bytes image(8185);
   for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<std::uint8_t>(i / 7);
-  std::FILE* const file = std::tmpfile();  // has no name, so that nothing can stay behind
+  std::FILE* const file = std::tmpfile();  // has no name, so that nothing can be left over
   auto path = "/proc/self/fd/" + std::to_string(fileno(file));
   // Size, number of blocks, result, codes from memory and from a file; the third block is refused.
   const std::tuple<unsigned, std::size_t, int, std::uint32_t, std::uint32_t> cases[]{

@@ -31,7 +31,7 @@ done
 printf '{"ensembleList": [{"EnsemleNo": 1, "DigitalServiceList": {"ServiceList": [%s {"Label": "Radio Silent"}]}}]}' \
   "$services" >ensemblescan_1_X.json
 
-# kestrelctl as it is, but for what would need a receiver; that and kestrel say what they were given.
+# kestrelctl as it is, except for what would need a receiver; that and kestrel print their arguments.
 cat >bin/kestrel <<'END'
 #!/bin/sh
 printf '[%s]' "$@" >>said; echo >>said

@@ -1,20 +1,30 @@
 #!/usr/bin/env bash
 # SPDX-License-Identifier: GPL-3.0-or-later
 #
-# documents_test.sh <directory of kestrel-sim> <document>...
+# documents_test.sh <directory of the programs> <document>...
 #
 # Runs every command of a document's console blocks, in their order, on a simulated board of the
-# document's own, and compares what it prints with what the document shows. A line "..." in a document
-# stands for any lines.
+# document's own, and compares what it prints with what the document shows. "..." in a document means
+# any lines, and at the end of a line any rest of it. kestrel and kestrelctl are the programs on the
+# simulated board.
 set -uo pipefail
 
 programs="$1"
 shift
 scratch="$(mktemp -d)"
 trap 'rm -rf "$scratch"' EXIT
-export PATH="$programs:$PATH" KESTREL_SIM_CLOCK=virtual
+mkdir "$scratch/bin"
+for program in kestrel kestrelctl; do
+  ln -s "$programs/$program-sim" "$scratch/bin/$program"
+done
+export PATH="$scratch/bin:$programs:$PATH" KESTREL_SIM_CLOCK=virtual
 sudo() { "$@"; }
 failures=0
+
+# matches <printed line> <shown line>
+matches() {
+  [ "$1" = "$2" ] || [[ "$2" == *' ...' && "$1" == "${2%...}"* ]]
+}
 
 # compare <document> <command> <shown lines> <printed lines>
 compare() {
@@ -25,9 +35,9 @@ compare() {
   while ((i < ${#shown[@]})); do
     if [ "${shown[i]}" = ... ]; then
       ((++i == ${#shown[@]})) && return
-      while ((j < ${#printed[@]})) && [ "${printed[j]}" != "${shown[i]}" ]; do ((++j)); done
+      while ((j < ${#printed[@]})) && ! matches "${printed[j]}" "${shown[i]}"; do ((++j)); done
     fi
-    if [ "${shown[i]}" != "${printed[j]-<end of output>}" ]; then
+    if ! matches "${printed[j]-<end of output>}" "${shown[i]}"; then
       printf '%s: $ %s\n  shows   %s\n  printed %s\n' "$1" "$2" "${shown[i]}" \
         "${printed[j]-<end of output>}"
       ((++failures))
@@ -50,10 +60,14 @@ run() {
 
 for document in "$@"; do
   export KESTREL_SIM_DIR="$scratch/board-$(basename "$document")"
+  export KESTREL_STATE="$scratch/state-$(basename "$document")"
   work="$scratch/work-$(basename "$document")"
   mkdir -p "$work"
-  commands=0 in_block=no command="" shown=""
+  commands=0 in_block=no command="" shown="" indent=""
   while IFS= read -r line; do
+    # A block in a list is indented.
+    [[ "$line" =~ ^(\ *)\`\`\`console$ ]] && indent="${BASH_REMATCH[1]}"
+    line="${line#"$indent"}"
     case "$in_block:$line" in
       no:'```console') in_block=yes command="" shown="" ;;
       yes:'```')
@@ -63,6 +77,10 @@ for document in "$@"; do
       yes:'$ '*)
         run "$document" "$command" "$shown"
         command="${line#\$ }" shown=""
+        ;;
+      yes:'> '*)
+        # What the shell asks for after the command's first line.
+        if [ -z "$shown" ]; then command+=$'\n'"${line#> }"; else shown+="$line"$'\n'; fi
         ;;
       yes:*) shown+="$line"$'\n' ;;
     esac

@@ -56,8 +56,8 @@ subcommands="$("$programs/kestrelctl" --help | sed '1,/^Subcommands:/d' | awk '/
 agree "docs/kestrelctl.1, subcommands" "$subcommands" \
   "$(sed -n 's/^\.Ss kestrelctl //p' "$source/docs/kestrelctl.1")"
 agree "docs/kestrelctl.1, options" \
-  "$(for subcommand in $subcommands; do "$programs/kestrelctl" "$subcommand" --help; done |
+  "$(for subcommand in "" $subcommands; do "$programs/kestrelctl" $subcommand --help; done |
     awk '/^ +-/ {print $1}' | grep -v help | sort -u)" \
-  "$(sed -nE 's/^\.It Fl (.) , Fl (-[a-z-]+).*/-\1,-\2/p; s/^\.It Fl (-[a-z0-9]+).*/-\1/p' \
+  "$(sed -nE 's/^\.It Fl (.) , Fl (-[a-z-]+).*/-\1,-\2/p; s/^\.It Fl (-[a-z-]+).*/-\1/p' \
     "$source/docs/kestrelctl.1" | sort -u)"
 exit $((failures > 0))

@@ -67,7 +67,7 @@ TEST(Options, HelpIsWordForWord) {
     text.append(row->doc);
     EXPECT_EQ(row->flags + row->group, 0) << row->name;
   }
-  std::uint32_t checksum = 0;  // stands for the words, which are in the table alone
+  std::uint32_t checksum = 0;  // of the words, which are in the table alone
   for (const char letter : text) checksum = checksum * 31 + std::uint8_t(letter);
   EXPECT_EQ(checksum, 1085327664U) << text;
 }

@@ -124,7 +124,7 @@ TEST_F(Whole_run, OfAnotherUserStopsBeforeTheBus) {
 }
 
 TEST_F(Whole_run, LeavesHelpAndUsageErrorsToArgp) {
-  // Options, exit status, how the output begins, and what stands in the error output.
+  // Options, exit status, how the output begins, and what is in the error output.
   const std::tuple<const char*, int, std::string, const char*> cases[]{
       {"--help", 0, "Usage: kestrel-sim [OPTION...]", ""},
       {"--version", 0, "kestrel 1.4.0\n", ""},

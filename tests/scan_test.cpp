@@ -112,7 +112,7 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
 }
 
 TEST_F(Scan, WholeBandIsVisitedAndWhatIsThereIsWritten) {
-  // Refused: the tune behind Hochried, the list of the second ensemble, the time of the third.
+  // Refused: the tune after Hochried, the list of the second ensemble, the time of the third.
   constexpr auto refusal = sim::Fault_kind::command_error;
   receive(true, {{refusal, 0xB0, 3}, {refusal, 0x80, 2}, {refusal, 0xBC, 2}});
   const auto output = printed_with("1\nA\n10115\nBerlin\n", dab_full_scan);

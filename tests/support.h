@@ -37,7 +37,7 @@ inline const Bytes refused = frame(0xC0, 0xC0);  // CTS, command error
 inline const Bytes arbiter = frame(0x80, 0xC2);  // CTS, arbiter error
 inline const Bytes broken = frame(0x80, 0xC1);   // CTS, non-recoverable error
 
-/// One run of an operation against a chip that answers all frames well but for some.
+/// One run of an operation against a chip that answers all frames well, except for some.
 struct Script {
   const char* what = "all well";
   struct {
@@ -60,7 +60,7 @@ std::string printed(Action action) {
   return testing::internal::GetCapturedStdout();
 }
 
-/// What an operation returned, and the Si468x_ErrorCode behind it.
+/// What an operation returned, and the Si468x_ErrorCode after it.
 inline std::pair<int, std::uint32_t> with_code(int result) { return {result, Si468x_ErrorCode}; }
 
 /// Call `action` with the words of `line` as a program gets them.
@@ -91,7 +91,7 @@ inline std::string report(const std::string& labels, const std::string& values) 
   return out.str();
 }
 
-/// The program's output behind its notice, which ends with an empty line.
+/// The program's output after its notice, which ends with an empty line.
 inline std::string behind_notice(const std::string& output) {
   const std::string head = "Starting...kestrel DAB radio client\nkestrel 1.4.0\nPlease note:\n";
   EXPECT_EQ(output.substr(0, head.size()), head);
@@ -108,7 +108,7 @@ inline Lines commands() {
   return lines;
 }
 
-/// All events; "read N" for N bytes of zeros sent, "load N" for N bytes behind a HOST_LOAD header.
+/// All events; "read N" for N bytes of zeros sent, "load N" for N bytes after a HOST_LOAD header.
 inline Lines happened() {
   Lines lines;
   for (const auto& event : sim::events()) {
@@ -122,7 +122,7 @@ inline Lines happened() {
 }
 
 /// A scripted chip that leaves marks on standard output: "|" among what was printed when it is
-/// reset, and past all buffers when it is to tune, so that what had not come out yet stands behind
+/// reset, and past all buffers when it is to tune, so that what had not come out yet comes after
 /// it.
 class Marking_chip final : public sim::Spi_device {
  public:

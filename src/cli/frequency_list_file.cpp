@@ -18,7 +18,7 @@ constexpr long highest_khz = 1'000'000;
 
 constexpr char unreadable[] = "Frequency file does not exist";
 
-/// Each line is flushed: it stands before whatever the run does next.
+/// Each line is flushed: it is printed before the run does anything else.
 void say(const auto&... parts) { (std::cout << ... << parts) << std::endl; }
 
 std::int16_t refuse(const char* message) {

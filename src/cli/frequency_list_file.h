@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// The user's own frequency list: a text file with one frequency in kHz a line, sent to the chip.
+// The user's own frequency list: a text file with one frequency in kHz per line, sent to the chip.
 #pragma once
 
 #include <cstdint>

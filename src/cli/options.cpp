@@ -5,7 +5,8 @@
 #include <array>
 #include <cstdlib>
 
-// argp looks for these two by name.
+// argp looks for these two by name. The version is that of this program's interface, on which
+// scripts depend; the package has its own.
 const char* argp_program_version = "kestrel 1.4.0";
 const char* argp_program_bug_address = "the issue tracker of the kestrel project";
 
@@ -85,7 +86,7 @@ constexpr auto argp_rows() {
 }
 constexpr auto options = argp_rows();
 
-/// As the user typed it: text that is no number is 0, and the destination's width cuts it.
+/// As the user typed it: text that is not a number is 0, and the destination's width cuts it.
 long number(const char* arg) { return std::strtol(arg, nullptr, 10); }
 
 }  // namespace

@@ -108,7 +108,7 @@ int run(int argc, char** argv) {
   arguments given;
   std::puts("Starting...kestrel DAB radio client");
   std::puts(argp_program_version);
-  // Whatever argp does not take, it ends the process for.
+  // argp itself ends the process for what it does not accept.
   (void)argp_parse(&argp, argc, argv, 0, nullptr, &given);
   print_new_start_banner();
   if (check_sudo() != 0) return 0;

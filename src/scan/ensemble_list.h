@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // The full scan: every index of the chip's DAB frequency list is visited, what was found there is
-// kept, the user is asked where the antenna stood, and all of it goes into one JSON file.
+// kept, the user is asked where the antenna is, and all of it goes into one JSON file.
 #pragma once
 
 #include <array>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// The end of a scan: where was the antenna, and the document with everything that was found. The
+// The end of a scan: where the antenna is, and the document with everything that was found. The
 // records write their own members; the frame around them is written here.
 #include <algorithm>
 #include <fstream>

@@ -46,10 +46,10 @@ void Si468x_SPI_shutdown();
 /// device drives.
 void Si468x_BCM2835_i2s_input();
 
-/// Have whatever the driver does end soon: until Si468x_resume, waits take no time, and transfers
-/// do not happen and bring zeros, which say "not ready", so that every operation runs into its own
+/// Let the driver's operation end soon: until Si468x_resume, waits take no time, and transfers do
+/// not happen and bring zeros, which say "not ready", so that every operation runs into its own
 /// time-out at once. Pins and chip select are driven as always. May be called by a signal handler;
-/// a long wait that is under way ends when the signal breaks the system's sleep.
+/// a long wait in progress ends when the signal interrupts the system's sleep.
 void Si468x_interrupt();
 void Si468x_resume();
 

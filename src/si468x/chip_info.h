@@ -10,7 +10,7 @@ struct Si468x_chip_info {
   std::uint8_t chip_mask_revision = 0;
   std::uint8_t rom_id = 0;
   std::uint8_t firmware_image = 0;  ///< 0 boot loader, 1 FM-HD, 2 DAB, ...
-  std::uint16_t part_number = 0;    ///< the digits behind "Si"
+  std::uint16_t part_number = 0;    ///< the digits after "Si"
   std::uint8_t revision_major = 0;
   std::uint8_t revision_minor = 0;
   std::uint8_t revision_build = 0;

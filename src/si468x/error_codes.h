@@ -35,7 +35,7 @@ enum class Error : std::uint32_t {
   load_file_open = 7,             ///< Si468x_load_firmware: the file cannot be opened
   load_file_empty = 107,          ///< Si468x_load_firmware: the file is empty
   load_file_chunk = 207,          ///< Si468x_load_firmware: a chunk failed
-  load_file_read = 1007,          ///< Si468x_load_firmware: short read; + 100 a chunk
+  load_file_read = 1007,          ///< Si468x_load_firmware: short read; + 100 per chunk
   load_static_empty = 8,          ///< Si468x_load_firmware_static: an image of no bytes
   load_static_chunk = 108,        ///< Si468x_load_firmware_static: a chunk failed
   load_flash = 9,                 ///< Si468x_load_firmware_flash: the transfer failed
@@ -78,7 +78,7 @@ enum class Error : std::uint32_t {
   status_data_or_arbiter_error = 158,  ///< Si468x_check_status_bits: data or arbiter error
   status_non_recoverable = 258,        ///< Si468x_check_status_bits: non-recoverable error
   send_cmd_write = 59,                 ///< Si468x_send_cmd: writing the command failed
-  send_cmd_poll = 1059,                ///< Si468x_send_cmd: a status read failed; + 100 a wait
+  send_cmd_poll = 1059,                ///< Si468x_send_cmd: a status read failed; + 100 per wait
   no_cts = 160,                        ///< Si468x_send_cmd, HOST_LOAD: no clear to send in time
   cts_status = 260,                    ///< Si468x_send_cmd, HOST_LOAD: error status with CTS
   send_cmd_no_buffer = 360,            ///< Si468x_send_cmd: a reply is asked for, no buffer given

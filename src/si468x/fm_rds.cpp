@@ -27,7 +27,7 @@ constexpr std::array programme_fields{
     text_field<&Rds::tp>(bit(7, 5), "TP flag:"),
     text_field<&Rds::pty>(bits(7, 4, 0), "PTY code:"),
 };
-// Behind these stands the name of the programme type.
+// After these comes the name of the programme type.
 constexpr std::array group_fields{
     text_field<&Rds::pi>(u16(9), "Program Identification:"),
     text_field<&Rds::fifo_used>(u8(11), "Groups left in RDS FIFO:"),

@@ -34,7 +34,7 @@ struct Si468x_FM_rds_status {
   /// Ask the chip, which hands out a group from its FIFO, and fill every field. 0, or the
   /// protocol's negative result with code 62; the record then keeps its contents.
   std::int16_t get_status();
-  /// Print the record as a text table, with an empty line behind it.
+  /// Print the record as a text table, with an empty line after it.
   std::int16_t print_data();
 };
 

@@ -40,7 +40,7 @@ struct Si468x_FM_rsq_status {
   /// Ask the chip and fill every field. 0, or the protocol's negative result with code 61; the
   /// record then keeps its contents.
   std::int16_t get_status();
-  /// Print the record as a text table, with an empty line behind it.
+  /// Print the record as a text table, with an empty line after it.
   std::int16_t print_data();
 };
 

@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // The chip's settings are 16-bit properties under 16-bit ids. Writing one is verified by reading it
-// back. The commands `level` and `i2s_out` stand on that; the RDS report sets properties of its
-// own.
+// back. The commands `level` and `i2s_out` do that; the RDS report sets properties of its own.
 #pragma once
 
 #include <cstdint>

@@ -49,7 +49,7 @@ inline constexpr std::uint8_t dab_get_time = 0xBC;
 /// A status read: the read-reply command, four status bytes, the first two bytes of the reply's
 /// data.
 inline constexpr std::uint16_t status_read_bytes = 7;
-/// Where the status bytes stand in a reply, and where the command's own data begin.
+/// Where the status bytes are in a reply, and where the command's own data begin.
 inline constexpr std::size_t status_0 = 1;
 inline constexpr std::size_t status_1 = 2;
 inline constexpr std::size_t status_3 = 4;

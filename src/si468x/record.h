@@ -75,7 +75,7 @@ constexpr auto json_field(Wire_bits where, Json_key key) {
   return field<Member>(where, key, nullptr);
 }
 
-/// Does every field of the table lie within a frame of `frame_bytes`? For a static_assert beside
+/// Does every field of the table lie within a frame of `frame_bytes`? For a static_assert after
 /// each table.
 constexpr bool fits(const auto& fields, std::size_t frame_bytes) {
   return std::ranges::all_of(

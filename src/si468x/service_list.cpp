@@ -18,7 +18,7 @@ using List = Si468x_digital_service_list;
 using Service = Si468x_service_data;
 using Component = Si468x_DAB_component;
 
-// The reply: a size that counts all bytes behind it, a header of the list, the entries.
+// The reply: a size that counts all bytes after it, a header of the list, the entries.
 constexpr std::size_t list_size_byte = 5;
 constexpr std::uint16_t size_reply_bytes = 7;
 constexpr std::size_t entries_byte = 13;

@@ -57,7 +57,7 @@ void read_piece(std::uint8_t* into, std::uint16_t bytes) {
   (void)Si468x_SPI_RW_data_noCS(into, bytes);  // this bus cannot fail
 }
 
-/// Begin a reply. True: the chip is clear to send, and the frame stays open behind `poll_bytes`
+/// Begin a reply. True: the chip is clear to send, and the frame stays open after `poll_bytes`
 /// bytes.
 bool open_reply(std::uint8_t* reply) {
   for (unsigned poll = 0; poll < data_poll_limit; ++poll) {
@@ -93,7 +93,7 @@ std::int16_t Si468x_digital_service_data::get_new_data(unsigned char* reply) {
   Si468x_delay_us(data_wait_us);
   if (!open_reply(reply)) return failed(Error::service_data_not_ready, result::timed_out);
 
-  // The payload's length stands in the header, so the frame stays open until both are read.
+  // The payload's length is in the header, so the frame stays open until both are read.
   read_piece(reply + poll_bytes, packet_header_bytes - poll_bytes);
   decode(packet_fields, reply, *this);
   byte_count = std::min(byte_count, payload_limit);

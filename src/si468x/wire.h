@@ -28,7 +28,7 @@ constexpr std::uint32_t le32(const std::uint8_t* at) { return little_endian(at, 
 /// Bit `n` of a byte.
 constexpr bool has_bit(std::uint8_t byte, unsigned n) { return (byte >> n & 1U) != 0; }
 
-/// Where a number stands in a frame: `width` bits from bit `shift` of byte `byte` upwards.
+/// Where a number is in a frame: `width` bits from bit `shift` of byte `byte` upwards.
 struct Wire_bits {
   std::uint8_t byte = 0;
   std::uint8_t shift = 0;

@@ -1,12 +1,12 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // A whole run of the program against a chip that may reply anything. Input: a command line's
-// number, a length and so many bytes of answers, records of replies.
+// number, a length and that many bytes of answers, records of replies.
 #include "support.h"
 
 namespace {
 
-/// Answers each read with the next record of an input, and reads as zeros behind its end: no run
+/// Answers each read with the next record of an input, and reads as zeros after its end: no run
 /// outlasts its input by more than its time-outs. It is also at its end after the first chunks of
 /// an image, since a whole one takes a second to clock and more of them lead nowhere new.
 class Replies final : public sim::Spi_device {

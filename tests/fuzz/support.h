@@ -48,8 +48,8 @@ inline std::uint8_t take_byte(Input& input) {
   return byte.empty() ? std::uint8_t{0} : byte[0];
 }
 
-// A record is a length byte and that many bytes: up to 127, or a multiple of 32 up to 4096, the most
-// that the driver reads or writes at once.
+// A record is a length byte and that many bytes: up to 127, or a multiple of 32 up to 4096, the
+// most that the driver reads or writes at once.
 inline constexpr std::size_t long_step = 32;
 inline constexpr std::size_t short_limit = 0x7F;
 
@@ -111,7 +111,7 @@ inline void run_program(const Command_line& line, const std::string& answers) {
     std::string name = std::filesystem::temp_directory_path() / "kestrel_fuzz_XXXXXX";
     return mkdtemp(name.data()) != nullptr && chdir(name.c_str()) == 0 && rmdir(name.c_str()) == 0;
   }();
-  require(is_nowhere, "a current directory that is no more");
+  require(is_nowhere, "a current directory that is gone");
   std::vector<std::string> words{"kestrel"};
   words.insert(words.end(), line.options.begin(), line.options.end());
   std::vector<char*> argv;

@@ -17,8 +17,8 @@ using Ask_receiver = std::function<std::string()>;
 
 /// Check what the radio needs and write a line for each finding to `out`, then one that sums up. A
 /// warning and a failure end with what to change. Files that are missing, unreadable or nonsense
-/// become findings; every line is printable whatever they hold.
-/// The system's files are looked up below `root`, which is "/" but for tests. `ask_receiver` is
+/// become findings; every line is printable.
+/// The system's files are looked up below `root`, which is "/" except in tests. `ask_receiver` is
 /// called by root only, and not after a failure: on a board that the driver does not know, the
 /// registers' addresses may be memory.
 /// @return 0: all is well, 1: warnings, 2: the radio will not work.

@@ -9,7 +9,7 @@
 namespace kestrelctl {
 namespace {
 
-// Loud enough to be heard, and no fright over headphones.
+// Loud enough to be heard, and not too loud for headphones.
 constexpr unsigned first_volume = 40;
 
 unsigned stored_volume(const Settings& settings) { return settings.volume.value_or(first_volume); }

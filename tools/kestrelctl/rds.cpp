@@ -71,7 +71,7 @@ void Rds_decoder::feed(const Rds_group& group) {
 }
 
 void Rds_decoder::decode(const Rds_group& group) {
-  // Whatever a group with errors seems to be, it may have been one of the RadioText.
+  // A group with errors may have been one of the RadioText, whatever it seems to be.
   if (!is_clean(group, {block_b})) radiotext_.lose_group();
   if (!is_readable(group, block_b)) return;
   if (programme_.offer(bits(group, block_b, 5, 6), is_clean(group, {block_b}))) {

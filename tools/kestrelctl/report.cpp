@@ -97,7 +97,7 @@ json missing_from(const Scan& other, const Scan& scan) {
   return missing;
 }
 
-/// `data` as it can stand between script tags.
+/// `data` in a form that can be put between script tags.
 std::string as_script_data(const json& data) {
   std::string text;
   for (const char c : data.dump()) text += c == '<' ? "\\u003c" : std::string(1, c);

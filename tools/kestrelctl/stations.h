@@ -47,7 +47,7 @@ std::vector<Station> list_stations(std::span<const Scan> scans);
 /// DAB station; empty if none did. At most 48.
 std::vector<std::uint32_t> frequency_list_of(const Station& station, std::span<const Scan> scans);
 
-/// What is kept of a station, in presets for one.
+/// What is kept of a station, for example in a preset.
 struct Station_reference {
   std::string name;
   bool is_fm = false;

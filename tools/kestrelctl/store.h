@@ -40,7 +40,7 @@ class Store {
   /// Makes the directory if it is not there. Throws std::runtime_error with the file's name.
   void save(const Settings& settings) const;
 
-  /// Keeps kestrel's own document as scans/ensemblescan_<time>.json, or with a number behind the
+  /// Keeps kestrel's own document as scans/ensemblescan_<time>.json, or with a number after the
   /// time if there is one already. The path; throws std::runtime_error.
   std::filesystem::path save_scan(std::string_view document, std::chrono::sys_seconds time) const;
   /// Keeps an FM scan as scans/fmscan_<time>.json, likewise.
