@@ -83,6 +83,7 @@ Peripherals::Peripherals(World& world, bool reset_level)
 }
 
 bool Peripherals::map() {
+  world_.take_over();
   is_mapped_ = world_.is_usable() && !world_.faults().fails_call(Fault_kind::no_board, init_calls_);
   ++init_calls_;
   bcm2835_spi0 = is_mapped_ ? register_block.data() : unmapped();

@@ -41,6 +41,7 @@ World::World(const Settings& settings)
 }
 
 World::~World() {
+  take_over();
   if (directory_ != nullptr && directory_->is_open()) {
     directory_->save(present());
   }
@@ -75,6 +76,16 @@ void World::save_if_changed() {
     saved_ = present();
     directory_->save(saved_);
   }
+}
+
+void World::take_over() {
+  if (directory_ == nullptr || !directory_->is_open()) return;
+  const auto found = directory_->load();
+  if (!found || found->chip == saved_.chip) return;
+  saved_ = *found;
+  clock_.advance(std::max<Time>(time_now(saved_, false) - clock_.now(), 0ns));
+  receiver_.restore(saved_.chip);
+  peripherals_.set_reset_level(saved_.chip.reset_high);
 }
 
 void World::attach(Spi_device& device) {

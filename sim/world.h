@@ -45,6 +45,8 @@ class World {
 
   /// Keep the receiver's state if it is not the one saved last.
   void save_if_changed();
+  /// The receiver as another program has left it, if one has used the board since.
+  void take_over();
 
   [[nodiscard]] std::FILE* open_board_file(const std::string& path, const char* mode);
 

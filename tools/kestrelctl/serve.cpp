@@ -114,7 +114,8 @@ void send_events(Response& response, Shared_radio& radio) {
   response.set_chunked_content_provider(
       "text/event-stream", [stream](std::size_t, httplib::DataSink& sink) {
         const auto event = stream->listener.next();
-        return !is_stopped() && sink.is_writable() && sink.write(event.data(), event.size());
+        return !is_stopped() && sink.is_writable() &&
+               (event.empty() || sink.write(event.data(), event.size()));
       });
 }
 
