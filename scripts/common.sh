@@ -32,4 +32,4 @@ need() {
 }
 
 # What every build takes.
-need_build_tools() { need g++ cmake make libbcm2835-dev libcli11-dev libfmt-dev nlohmann-json3-dev; }
+need_build_tools() { need g++ cmake make libbcm2835-dev libcli11-dev libcpp-httplib-dev libfmt-dev nlohmann-json3-dev; }

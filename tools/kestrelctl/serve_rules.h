@@ -57,13 +57,13 @@ struct Access {
 /// What a request says of itself; headers that are not there are empty.
 struct Request_head {
   bool is_post = false;
-  std::string path;
-  std::string host;
-  std::string origin;
-  std::string fetch_site;
-  std::string content_type;
-  std::string authorization;
-  std::string local_address;  ///< at which it came in, numeric
+  std::string path = {};
+  std::string host = {};
+  std::string origin = {};
+  std::string fetch_site = {};
+  std::string content_type = {};
+  std::string authorization = {};
+  std::string local_address = {};  ///< at which it came in, numeric
 };
 struct Refusal {
   int status;  ///< of HTTP
