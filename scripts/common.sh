@@ -33,7 +33,8 @@ need() {
 
 # What every build takes.
 need_build_tools() {
-  need g++ cmake make libbcm2835-dev libcli11-dev libfmt-dev libutf8proc-dev nlohmann-json3-dev
+  need g++ cmake make libbcm2835-dev libcli11-dev libcpp-httplib-dev libfmt-dev libmosquitto-dev \
+    libutf8proc-dev nlohmann-json3-dev
 }
 
 # What root has made in build/ is given to the owner of the repository, who may want to delete it.

@@ -42,6 +42,7 @@ prepare_cross() {
     *) echo "$0: cannot build for $1 here; arm64 and armhf it can" >&2 && exit 2 ;;
   esac
   need cmake make qemu-user "$compiler"
-  unpack "$1" arm-libraries --extract libbcm2835-dev libcli11-dev libfmt-dev libfmt9 libgtest-dev libutf8proc-dev \
-    libutf8proc2 nlohmann-json3-dev
+  unpack "$1" arm-libraries --extract libbcm2835-dev libbrotli-dev libbrotli1 libcli11-dev libcpp-httplib-dev \
+    libcpp-httplib0.11 libfmt-dev libfmt9 libgtest-dev libmosquitto-dev libmosquitto1 libssl-dev libssl3 \
+    libutf8proc-dev libutf8proc2 nlohmann-json3-dev zlib1g zlib1g-dev
 }

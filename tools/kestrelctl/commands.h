@@ -51,6 +51,12 @@ struct Watch_options {
 };
 int watch_command(Store& store, const Watch_options& options);
 
+struct Serve_options {
+  std::string listen = "127.0.0.1:8468";
+  std::string token_file;  ///< empty: everybody who can connect may press the buttons
+};
+int serve_command(Store& store, const Serve_options& options);
+
 // -- On the store and on files -----------------------------------------------
 
 int list_presets_command(const Store& store);

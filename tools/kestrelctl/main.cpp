@@ -146,6 +146,17 @@ void add_radio_commands(CLI::App& app, Action& action) {
                [](Store& store, Nothing) { return off_command(store); });
 }
 
+void add_serve(CLI::App& app, Action& action) {
+  auto [command, options] = add<Serve_options>(
+      app, action, "serve", "Be a page for the phone, until Ctrl-C", serve_command);
+  command->add_option("--listen", options->listen, "where to listen, instead of 127.0.0.1:8468")
+      ->option_text("ADDRESS:PORT");
+  command
+      ->add_option("--token-file", options->token_file,
+                   "with what the page asks for; other addresses need it")
+      ->option_text("FILE");
+}
+
 void add_preset(CLI::App& app, Action& action) {
   auto* preset = app.add_subcommand("preset", "List, set or remove presets");
   preset->require_subcommand(0, 1);
@@ -233,6 +244,7 @@ int run(int argc, char** argv) {
       ->option_text("DIRECTORY");
   Action action;
   add_radio_commands(app, action);
+  add_serve(app, action);
   add_preset(app, action);
   add_file_commands(app, action);
   try {

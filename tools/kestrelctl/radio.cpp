@@ -132,8 +132,11 @@ Now Radio::look() {
     now.volume = volume();
     return now;
   }
-  if (now.reception.khz != heard_khz_) {
+  // Another program may have started another service of the ensemble.
+  const auto last = store_.settings().last;
+  if (now.reception.khz != heard_khz_ || last != heard_last_) {
     heard_khz_ = now.reception.khz;
+    heard_last_ = last;
     text_ = {};
     rds_ = {};
   }

@@ -63,6 +63,7 @@ class Radio {
   Store& store_;
   // What was heard of the station so far; of another one it is of no use.
   std::uint32_t heard_khz_ = 0;
+  std::optional<Station_reference> heard_last_;
   Service_text text_;
   Station_rds rds_;
 };

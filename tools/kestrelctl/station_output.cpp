@@ -10,6 +10,7 @@
 #include <nlohmann/json.hpp>
 
 #include "kestrelctl/commands.h"
+#include "kestrelctl/now_json.h"
 #include "kestrelctl/receiver.h"
 #include "kestrelctl/stations.h"
 #include "kestrelctl/text.h"
@@ -109,14 +110,18 @@ void write_table(std::ostream& out, const std::vector<Station>& stations, bool w
   }
 }
 
+json describe_as_json(const Station& station) {
+  json entry;
+  for (const auto& column : columns) {
+    if (*column.key != '\0') entry[column.key] = column.value(station);
+  }
+  return entry;
+}
+
 void write_json(std::ostream& out, const std::vector<Station>& stations) {
   const char* separator = "[\n";
   for (const auto& station : stations) {
-    json entry;
-    for (const auto& column : columns) {
-      if (*column.key != '\0') entry[column.key] = column.value(station);
-    }
-    out << std::exchange(separator, ",\n") << entry.dump();
+    out << std::exchange(separator, ",\n") << describe_as_json(station).dump();
   }
   out << (stations.empty() ? "[]\n" : "\n]\n");
 }

@@ -19,7 +19,6 @@ namespace fs = std::filesystem;
 using json = nlohmann::ordered_json;
 
 constexpr std::string_view dab_prefix = "ensemblescan_", fm_prefix = "fmscan_";
-constexpr unsigned highest_preset = 999;
 
 json describe(const Station_reference& station) {
   return {{"name", station.name},

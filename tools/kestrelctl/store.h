@@ -19,9 +19,10 @@
 namespace kestrelctl {
 
 inline constexpr unsigned highest_volume = 63;
+inline constexpr unsigned highest_preset = 999;
 
 struct Settings {
-  std::map<unsigned, Station_reference> presets;  ///< by number, 1 to 999
+  std::map<unsigned, Station_reference> presets;  ///< by number, 1 to highest_preset
   std::optional<Station_reference> last;          ///< what was played last
   std::optional<unsigned> volume;                 ///< 0 to highest_volume
   Location location;                              ///< kestrel's answers; empty ones: not given
