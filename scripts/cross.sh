@@ -42,5 +42,6 @@ prepare_cross() {
     *) echo "$0: cannot build for $1 here; arm64 and armhf it can" >&2 && exit 2 ;;
   esac
   need cmake make qemu-user "$compiler"
-  unpack "$1" arm-libraries --extract libbcm2835-dev libcli11-dev libfmt-dev libfmt9 libgtest-dev nlohmann-json3-dev
+  unpack "$1" arm-libraries --extract libbcm2835-dev libcli11-dev libfmt-dev libfmt9 libgtest-dev nlohmann-json3-dev \
+    libcpp-httplib-dev libcpp-httplib0.11 libssl-dev libssl3 zlib1g-dev zlib1g libbrotli-dev libbrotli1
 }
