@@ -22,8 +22,9 @@ int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   constexpr std::array paths{"/api/play", "/api/volume", "/api/stop", "/api/preset"};
   fuzz::Input input(data, size);
   const auto* path = paths.at(fuzz::take_byte(input) % paths.size());
+  const std::string body(input.begin(), input.end());
   try {
-    const auto wish = kestrelctl::parse_request(path, {input.begin(), input.end()});
+    const auto wish = kestrelctl::parse_request(path, body);
     if (const auto* play = std::get_if<kestrelctl::Play_wish>(&wish)) {
       std::visit([](const auto& what) { judge(what); }, play->what);
     } else if (const auto* volume = std::get_if<kestrelctl::Volume_wish>(&wish)) {

@@ -46,18 +46,18 @@ Json Shared_radio::status() {
   return look();
 }
 
+// The lists are the store's: they need not wait for the radio, which somebody may scan with.
+
 Json Shared_radio::stations() {
   const Place place(asking_, most_asking);
-  const std::scoped_lock lock(radio_mutex_);
   auto list = Json::array();
   for (const auto& station : store_.stations()) list.push_back(describe_as_json(station));
   return list;
 }
 
 Json Shared_radio::presets() {
-  auto list = Json::array();
   const Place place(asking_, most_asking);
-  const std::scoped_lock lock(radio_mutex_);
+  auto list = Json::array();
   for (const auto& [number, preset] : store_.settings().presets) {
     list.push_back({{"number", number}});
     list.back().update(describe_as_json(station_of(store_, preset)));
