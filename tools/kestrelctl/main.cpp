@@ -72,6 +72,32 @@ void check_station(const Play_options& options) {
   if (ways != 1) throw CLI::ValidationError("Which station? Say a NAME, --last or --fm MHZ");
 }
 
+void add_log(CLI::App& app, Action& action) {
+  auto [command, options] = add<Log_options>(
+      app, action, "log", "Write down what is received, for as long as it runs", log_command);
+  command
+      ->add_option_function<double>(
+          "--every",
+          [options = options](double seconds) {
+            options->every = std::chrono::milliseconds(std::lround(seconds * 1000));
+          },
+          "seconds between two samples; 10")
+      ->check(number_in(0.1, 86400));
+  command->add_flag("--survey", options->is_survey, "step through the blocks instead, for ever");
+  command->add_option("--count", options->count, "end after that many samples or surveys");
+  command
+      ->add_option("--output,-o", options->output,
+                   "append the rows to this file; - for standard output")
+      ->capture_default_str();
+  command->add_option("--textfile", options->textfile, "metrics for Prometheus' node_exporter");
+  auto* url = command->add_option("--mqtt", options->mqtt_url,
+                                  "mqtt[s]://[USER@]HOST[:PORT][/PREFIX] of a broker");
+  command->add_option("--mqtt-password-file", options->password_file, "with the user's password")
+      ->needs(url);
+  command->add_option("--mqtt-ca-file", options->ca_file, "the broker's authority")->needs(url);
+  command->add_option("--site", options->site, "where this is; the host's name");
+}
+
 void add_radio_commands(CLI::App& app, Action& action) {
   {
     auto [command, options] = add<Scan_options>(
@@ -130,6 +156,7 @@ void add_radio_commands(CLI::App& app, Action& action) {
     command->add_flag("--json", options->is_json, "one JSON object per look and line");
     command->add_option("--count", options->count, "end after that many looks");
   }
+  add_log(app, action);
   add<Nothing>(app, action, "stop", "Stop the station; the receiver stays on",
                [](Store& store, Nothing) { return stop_command(store); });
   add<Nothing>(app, action, "off", "Switch the receiver off",
