@@ -45,6 +45,9 @@ struct Settings {
   std::filesystem::path trace = {};
 
   std::vector<Fault> faults = {};
+
+  /// Keep events and violations for events() and violations().
+  bool keeps_events = true;
 };
 
 /// Switch on a board: peripherals unmapped, the receiver as the directory's

@@ -27,6 +27,7 @@ Settings settings_from_environment() {
   constexpr const char* clock_name = "KESTREL_SIM_CLOCK";
   constexpr const char* fault_name = "KESTREL_SIM_FAULT";
   Settings settings;
+  settings.keeps_events = false;  // a program may run for years
   const auto directory = variable("KESTREL_SIM_DIR");
   settings.directory = directory.empty() ? "/run/kestrel-sim" : directory;
   settings.trace = variable("KESTREL_SIM_TRACE");

@@ -29,6 +29,7 @@ World::World(const Settings& settings)
       saved_(saved_by(directory_.get())),
       files_(settings.board_files),
       clock_(settings.virtual_clock, time_now(saved_, settings.virtual_clock)),
+      keeps_events_(settings.keeps_events),
       trace_(settings.trace),
       receiver_(clock_, air_, [this](const std::string& what) { report_misuse(what); }),
       injector_(receiver_, settings.faults) {
@@ -87,12 +88,12 @@ void World::log(Event event) {
       event.kind == Event_kind::delay_ms || event.kind == Event_kind::delay_us ? 1 : 0;
   trace_.event(event, totals_.frames);
   totals_.frames += event.kind == Event_kind::frame ? 1 : 0;
-  events_.push_back(std::move(event));
+  if (keeps_events_) events_.push_back(std::move(event));
 }
 
 void World::report_misuse(const std::string& what) {
   trace_.note(clock_.now(), what);
-  violations_.push_back(seconds(clock_.now()) + " s: " + what);
+  if (keeps_events_) violations_.push_back(seconds(clock_.now()) + " s: " + what);
 }
 
 void World::clear_events() {

@@ -71,6 +71,7 @@ class World {
   Saved_state saved_;
   Board_files files_;  ///< of a board without a directory
   Clock clock_;
+  const bool keeps_events_;
   Trace trace_;
   Air air_ = default_air();
   Receiver receiver_;

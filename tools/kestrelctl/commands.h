@@ -52,7 +52,7 @@ struct Watch_options {
 int watch_command(Store& store, const Watch_options& options);
 
 struct Log_options {
-  std::chrono::milliseconds every{10000};
+  std::optional<std::chrono::milliseconds> every;  ///< between samples 10 s, between surveys 0
   bool is_survey = false;
   unsigned count = 0;         ///< end after that many samples, or rounds of a survey; 0: never
   std::string output = "-";   ///< for the rows; "-": standard output

@@ -53,6 +53,17 @@ std::string option_of(unsigned number, const Station_reference& preset) {
   return fmt::format("{} {}", number, preset.name);
 }
 
+/// What a visit has left in `ensembles`; nothing without an ensemble.
+Block read_block(Ensemble_list& ensembles, unsigned index, const Visit& visit) {
+  if (!visit.has_ensemble) return {};
+  ensembles.number_of_frequencies = static_cast<std::uint8_t>(index + 1);
+  std::stringstream document;
+  (void)ensembles.json_print_data(document);
+  const auto blocks = read_scan_text(document.str()).blocks;
+  const auto block = std::ranges::find(blocks, index, &Block::index);
+  return block != blocks.end() ? *block : Block{};
+}
+
 class Sampler {
  public:
   Sampler(Store& store, const Log_options& options)
@@ -122,15 +133,7 @@ class Sampler {
         // One for each visit: what an earlier one found on the block does not count.
         Ensemble_list ensembles;
         const auto visit = board_->visit(ensembles, static_cast<std::uint8_t>(i));
-        ensembles.number_of_frequencies = static_cast<std::uint8_t>(i + 1);
-        std::stringstream document;
-        (void)ensembles.json_print_data(document);
-        const auto found = read_scan_text(document.str());
-        const auto block = std::ranges::find(found.blocks, i, &Block::index);
-        for (const auto& row :
-             survey_.visit(visit, block != found.blocks.end() ? *block : Block{})) {
-          put(row);
-        }
+        for (const auto& row : survey_.visit(visit, read_block(ensembles, i, visit))) put(row);
         if (take_hangup()) rows_.close();
       }
     } catch (const Failure&) {
@@ -191,9 +194,9 @@ class Sampler {
   /// Until the next sample is due, or somebody wants something done; false with a stop signal.
   bool wait() {
     constexpr milliseconds step = 200ms;
-    const auto time = options_.is_survey ? 0ms : options_.every;
-    for (auto left = std::max(time, receiver_trouble_.is_there() ? 1000ms : 0ms); left > 0ms;
-         left -= step) {
+    const auto time = options_.every.value_or(options_.is_survey ? 0s : 10s);
+    for (auto left = std::max<milliseconds>(time, receiver_trouble_.is_there() ? 1s : 0s);
+         left > 0ms; left -= step) {
       if (take_hangup()) rows_.close();
       if (act()) return true;
       if (!pause(std::min(left, step))) return false;

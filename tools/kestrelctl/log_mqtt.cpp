@@ -6,15 +6,10 @@
 
 #include <algorithm>
 #include <chrono>
-#include <condition_variable>
 #include <csignal>
 #include <cstring>
-#include <deque>
 #include <fstream>
-#include <map>
-#include <mutex>
 #include <string_view>
-#include <thread>
 
 #include "kestrelctl/log_rows.h"
 #include "kestrelctl/receiver.h"
@@ -48,196 +43,158 @@ std::string reason_of(int result) {
 
 }  // namespace
 
-class Broker::Connection {
- public:
-  Connection(Mqtt_address address, const Mqtt_files& files, std::string prefix, bool takes_commands)
-      : address_(std::move(address)),
-        prefix_(std::move(prefix)),
-        takes_commands_(takes_commands),
-        trouble_("mqtt " + make_harmless(address_.host)) {
-    (void)mosquitto_lib_init();
-    client_.reset(mosquitto_new(nullptr, true, this));
-    if (!client_) throw std::bad_alloc();
-    set_up(files);
-    // Signals are the main thread's.
-    sigset_t all;
-    sigset_t before;
-    (void)sigfillset(&all);
-    (void)pthread_sigmask(SIG_SETMASK, &all, &before);
-    thread_ = std::thread([this] { run(); });
-    (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
-  }
-  ~Connection() {
-    retain(availability(), "offline");
-    {
-      const std::lock_guard lock(mutex_);
-      is_ending_ = true;
-    }
-    (void)mosquitto_disconnect(client_.get());
-    wake_.notify_all();
-    thread_.join();
-    client_.reset();
-    (void)mosquitto_lib_cleanup();
-  }
-  Connection(const Connection&) = delete;
-  Connection& operator=(const Connection&) = delete;
-  Connection(Connection&&) = delete;
-  Connection& operator=(Connection&&) = delete;
+void Broker::Destroy::operator()(mosquitto* client) const { mosquitto_destroy(client); }
 
-  void retain(const std::string& topic, const std::string& payload) {
-    const std::lock_guard lock(mutex_);
-    const auto [kept, is_new] = retained_.try_emplace(topic, payload);
-    if (!is_new && std::exchange(kept->second, payload) == payload) return;
-    if (is_connected_) publish(topic, payload, true);
-  }
-  void send(const std::string& topic, const std::string& payload) {
-    const std::lock_guard lock(mutex_);
-    if (is_connected_) publish(topic, payload, false);
-  }
-  std::optional<Command> take_command() {
-    const std::lock_guard lock(mutex_);
-    if (commands_.empty()) return std::nullopt;
-    auto command = std::move(commands_.front());
-    commands_.pop_front();
-    return command;
-  }
-
- private:
-  [[nodiscard]] std::string availability() const { return prefix_ + "/availability"; }
-
-  void set_up(const Mqtt_files& files) {
-    auto* client = client_.get();
-    (void)mosquitto_threaded_set(client, true);
-    constexpr std::string_view offline = "offline";
-    bool is_fine =
-        mosquitto_will_set(client, availability().c_str(), static_cast<int>(offline.size()),
-                           offline.data(), quality, true) == MOSQ_ERR_SUCCESS;
-    if (!files.password.empty()) {
-      const auto password = read_password(files.password);
-      is_fine = mosquitto_username_pw_set(client, address_.user.c_str(), password.c_str()) ==
-                    MOSQ_ERR_SUCCESS &&
-                is_fine;
-    } else if (!address_.user.empty()) {
-      (void)mosquitto_username_pw_set(client, address_.user.c_str(), nullptr);
-    }
-    if (address_.is_encrypted && files.authorities.empty()) {
-      (void)mosquitto_int_option(client, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
-    } else if (address_.is_encrypted &&
-               mosquitto_tls_set(client, files.authorities.c_str(), nullptr, nullptr, nullptr,
-                                 nullptr) != MOSQ_ERR_SUCCESS) {
-      throw Failure("The CA file " + make_harmless(files.authorities.string()) + " cannot be read");
-    }
-    if (!is_fine) throw Failure("--mqtt: the prefix is not a topic, or the user is not a name");
-    mosquitto_connect_callback_set(client, [](mosquitto*, void* self, int refusal) {
-      static_cast<Connection*>(self)->connected(refusal);
-    });
-    mosquitto_disconnect_callback_set(client, [](mosquitto*, void* self, int) {
-      const std::lock_guard lock(static_cast<Connection*>(self)->mutex_);
-      static_cast<Connection*>(self)->is_connected_ = false;
-    });
-    mosquitto_message_callback_set(client,
-                                   [](mosquitto*, void* self, const mosquitto_message* message) {
-                                     static_cast<Connection*>(self)->received(*message);
-                                   });
-  }
-
-  /// Under `mutex_`. What fails is published again with the next connection.
-  void publish(const std::string& topic, const std::string& payload, bool is_retained) {
-    (void)mosquitto_publish(client_.get(), nullptr, topic.c_str(), static_cast<int>(payload.size()),
-                            payload.data(), quality, is_retained);
-  }
-
-  // -- In the thread ---------------------------------------------------------
-
-  void run() {
-    constexpr int keepalive_s = 30;
-    constexpr int turn_ms = 200;
-    constexpr int last_turns = 4;  // for what is to be said at the end
-    auto delay = shortest_delay;
-    std::unique_lock lock(mutex_);
-    while (!is_ending_) {
-      lock.unlock();
-      refusal_.clear();
-      bool was_connected = false;
-      int result =
-          mosquitto_connect_async(client_.get(), address_.host.c_str(), address_.port, keepalive_s);
-      for (int turns = last_turns; result == MOSQ_ERR_SUCCESS && turns > 0;) {
-        result = mosquitto_loop(client_.get(), turn_ms, 1);
-        const std::lock_guard turn(mutex_);
-        was_connected = was_connected || is_connected_;
-        if (is_ending_) --turns;
-      }
-      const auto why = refusal_.empty() ? reason_of(result) : refusal_;
-      lock.lock();
-      is_connected_ = false;
-      if (is_ending_) return;
-      trouble_.report(why);
-      delay = was_connected ? shortest_delay : std::min(2 * delay, longest_delay);
-      wake_.wait_for(lock, delay, [this] { return is_ending_; });
-    }
-  }
-
-  void connected(int refusal) {
-    if (refusal != 0) {
-      refusal_ = mosquitto_connack_string(refusal);
-      return;
-    }
-    if (takes_commands_) {
-      const auto commands = prefix_ + "/+" + std::string(command_suffix);
-      (void)mosquitto_subscribe(client_.get(), nullptr, commands.c_str(), quality);
-    }
-    const std::lock_guard lock(mutex_);
-    trouble_.heal();
-    is_connected_ = true;
-    for (const auto& [topic, payload] : retained_) publish(topic, payload, true);
-  }
-
-  void received(const mosquitto_message& message) {
-    std::string_view topic = message.topic;
-    // One that the broker kept was meant for another time.
-    if (message.retain || topic.size() <= prefix_.size() + command_suffix.size() ||
-        !topic.starts_with(prefix_) || !topic.ends_with(command_suffix)) {
-      return;
-    }
-    topic.remove_prefix(prefix_.size() + 1);
-    topic.remove_suffix(command_suffix.size());
-    const auto* payload = static_cast<const char*>(message.payload);
-    const auto length = payload != nullptr ? static_cast<std::size_t>(message.payloadlen) : 0;
-    const std::lock_guard lock(mutex_);
-    if (length > longest_payload || commands_.size() == most_commands) return;
-    commands_.emplace_back(topic, std::string(payload, payload + length));
-  }
-
-  struct Destroy {
-    void operator()(mosquitto* client) const { mosquitto_destroy(client); }
-  };
-
-  const Mqtt_address address_;
-  const std::string prefix_;
-  const bool takes_commands_;
-  std::unique_ptr<mosquitto, Destroy> client_;
-  Trouble trouble_;      ///< the thread's
-  std::string refusal_;  ///< the thread's: what the broker said against the connection
-
-  std::mutex mutex_;  ///< for all below
-  std::condition_variable wake_;
-  bool is_ending_ = false;
-  bool is_connected_ = false;
-  std::map<std::string, std::string> retained_;
-  std::deque<Command> commands_;
-  std::thread thread_;
-};
-
-Broker::Broker(const Mqtt_address& address, const Mqtt_files& files, const std::string& prefix,
+Broker::Broker(Mqtt_address address, const Mqtt_files& files, std::string prefix,
                bool takes_commands)
-    : connection_(std::make_unique<Connection>(address, files, prefix, takes_commands)) {}
-Broker::~Broker() = default;
+    : address_(std::move(address)),
+      prefix_(std::move(prefix)),
+      takes_commands_(takes_commands),
+      trouble_("mqtt " + make_harmless(address_.host)) {
+  (void)mosquitto_lib_init();
+  client_.reset(mosquitto_new(nullptr, true, this));
+  if (!client_) throw std::bad_alloc();
+  set_up(files);
+  // Signals are the main thread's.
+  sigset_t all;
+  sigset_t before;
+  (void)sigfillset(&all);
+  (void)pthread_sigmask(SIG_SETMASK, &all, &before);
+  thread_ = std::thread([this] { run(); });
+  (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
+}
+
+Broker::~Broker() {
+  retain(availability(), "offline");
+  {
+    const std::lock_guard lock(mutex_);
+    is_ending_ = true;
+  }
+  (void)mosquitto_disconnect(client_.get());
+  wake_.notify_all();
+  thread_.join();
+  client_.reset();
+  (void)mosquitto_lib_cleanup();
+}
+
 void Broker::retain(const std::string& topic, const std::string& payload) {
-  connection_->retain(topic, payload);
+  const std::lock_guard lock(mutex_);
+  const auto [kept, is_new] = retained_.try_emplace(topic, payload);
+  if (!is_new && std::exchange(kept->second, payload) == payload) return;
+  if (is_connected_) publish(topic, payload, true);
 }
+
 void Broker::send(const std::string& topic, const std::string& payload) {
-  connection_->send(topic, payload);
+  const std::lock_guard lock(mutex_);
+  if (is_connected_) publish(topic, payload, false);
 }
-std::optional<Broker::Command> Broker::take_command() { return connection_->take_command(); }
+
+std::optional<Broker::Command> Broker::take_command() {
+  const std::lock_guard lock(mutex_);
+  if (commands_.empty()) return std::nullopt;
+  auto command = std::move(commands_.front());
+  commands_.pop_front();
+  return command;
+}
+
+void Broker::set_up(const Mqtt_files& files) {
+  auto* client = client_.get();
+  (void)mosquitto_threaded_set(client, true);
+  constexpr std::string_view offline = "offline";
+  bool is_fine =
+      mosquitto_will_set(client, availability().c_str(), static_cast<int>(offline.size()),
+                         offline.data(), quality, true) == MOSQ_ERR_SUCCESS;
+  if (!files.password.empty()) {
+    const auto password = read_password(files.password);
+    is_fine = mosquitto_username_pw_set(client, address_.user.c_str(), password.c_str()) ==
+                  MOSQ_ERR_SUCCESS &&
+              is_fine;
+  } else if (!address_.user.empty()) {
+    (void)mosquitto_username_pw_set(client, address_.user.c_str(), nullptr);
+  }
+  if (address_.is_encrypted && files.authorities.empty()) {
+    (void)mosquitto_int_option(client, MOSQ_OPT_TLS_USE_OS_CERTS, 1);
+  } else if (address_.is_encrypted &&
+             mosquitto_tls_set(client, files.authorities.c_str(), nullptr, nullptr, nullptr,
+                               nullptr) != MOSQ_ERR_SUCCESS) {
+    throw Failure("The CA file " + make_harmless(files.authorities.string()) + " cannot be read");
+  }
+  if (!is_fine) throw Failure("--mqtt: the prefix is not a topic, or the user is not a name");
+  mosquitto_connect_callback_set(client, [](mosquitto*, void* self, int refusal) {
+    static_cast<Broker*>(self)->connected(refusal);
+  });
+  mosquitto_disconnect_callback_set(client, [](mosquitto*, void* self, int) {
+    const std::lock_guard lock(static_cast<Broker*>(self)->mutex_);
+    static_cast<Broker*>(self)->is_connected_ = false;
+  });
+  mosquitto_message_callback_set(client,
+                                 [](mosquitto*, void* self, const mosquitto_message* message) {
+                                   static_cast<Broker*>(self)->received(*message);
+                                 });
+}
+
+void Broker::publish(const std::string& topic, const std::string& payload, bool is_retained) {
+  (void)mosquitto_publish(client_.get(), nullptr, topic.c_str(), static_cast<int>(payload.size()),
+                          payload.data(), quality, is_retained);
+}
+
+void Broker::run() {
+  constexpr int keepalive_s = 30;
+  constexpr int turn_ms = 200;
+  constexpr int last_turns = 4;  // for what is to be said at the end
+  auto delay = shortest_delay;
+  std::unique_lock lock(mutex_);
+  while (!is_ending_) {
+    lock.unlock();
+    refusal_.clear();
+    bool was_connected = false;
+    int result =
+        mosquitto_connect_async(client_.get(), address_.host.c_str(), address_.port, keepalive_s);
+    for (int turns = last_turns; result == MOSQ_ERR_SUCCESS && turns > 0;) {
+      result = mosquitto_loop(client_.get(), turn_ms, 1);
+      const std::lock_guard turn(mutex_);
+      was_connected = was_connected || is_connected_;
+      if (is_ending_) --turns;
+    }
+    const auto why = refusal_.empty() ? reason_of(result) : refusal_;
+    lock.lock();
+    is_connected_ = false;
+    if (is_ending_) return;
+    trouble_.report(why);
+    delay = was_connected ? shortest_delay : std::min(2 * delay, longest_delay);
+    wake_.wait_for(lock, delay, [this] { return is_ending_; });
+  }
+}
+
+void Broker::connected(int refusal) {
+  if (refusal != 0) {
+    refusal_ = mosquitto_connack_string(refusal);
+    return;
+  }
+  if (takes_commands_) {
+    const auto commands = prefix_ + "/+" + std::string(command_suffix);
+    (void)mosquitto_subscribe(client_.get(), nullptr, commands.c_str(), quality);
+  }
+  const std::lock_guard lock(mutex_);
+  trouble_.heal();
+  is_connected_ = true;
+  for (const auto& [topic, payload] : retained_) publish(topic, payload, true);
+}
+
+void Broker::received(const mosquitto_message& message) {
+  std::string_view topic = message.topic;
+  // One that the broker kept was meant for another time.
+  if (message.retain || topic.size() <= prefix_.size() + command_suffix.size() ||
+      !topic.starts_with(prefix_) || !topic.ends_with(command_suffix)) {
+    return;
+  }
+  topic.remove_prefix(prefix_.size() + 1);
+  topic.remove_suffix(command_suffix.size());
+  const auto* payload = static_cast<const char*>(message.payload);
+  const auto length = payload != nullptr ? static_cast<std::size_t>(message.payloadlen) : 0;
+  const std::lock_guard lock(mutex_);
+  if (length > longest_payload || commands_.size() == most_commands) return;
+  commands_.emplace_back(topic, std::string(payload, payload + length));
+}
 
 }  // namespace kestrelctl

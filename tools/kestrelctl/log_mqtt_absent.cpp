@@ -6,9 +6,9 @@
 
 namespace kestrelctl {
 
-class Broker::Connection {};
-
-Broker::Broker(const Mqtt_address&, const Mqtt_files&, const std::string&, bool) {
+void Broker::Destroy::operator()(mosquitto*) const {}
+Broker::Broker(Mqtt_address, const Mqtt_files&, std::string, bool)
+    : takes_commands_(false), trouble_("") {
   throw Failure("--mqtt: this kestrelctl was built without libmosquitto", exit_status::usage);
 }
 Broker::~Broker() = default;

@@ -81,7 +81,7 @@ void add_log(CLI::App& app, Action& action) {
           [options = options](double seconds) {
             options->every = std::chrono::milliseconds(std::lround(seconds * 1000));
           },
-          "seconds between two samples; 10")
+          "seconds between two samples, 10, or between two surveys, 0")
       ->check(number_in(0.1, 86400));
   command->add_flag("--survey", options->is_survey, "step through the blocks instead, for ever");
   command->add_option("--count", options->count, "end after that many samples or surveys");
