@@ -8,6 +8,7 @@
 #include <array>
 #include <charconv>
 #include <csignal>
+#include <iostream>
 #include <sstream>
 #include <system_error>
 
@@ -225,11 +226,10 @@ class Sampler {
       } else {
         throw Failure(fmt::format("'{}' is not a {}", make_harmless(payload), make_harmless(what)));
       }
-      command_trouble_.heal();
     } catch (const Stopped&) {
       // The next look ends the sampler.
     } catch (const std::runtime_error& error) {
-      command_trouble_.report(error.what());
+      std::cerr << fmt::format("kestrelctl: mqtt command: {}\n", error.what());
     }
     return true;
   }
@@ -245,7 +245,6 @@ class Sampler {
   Metrics metrics_;
   Trouble textfile_trouble_{"metrics"};
   Trouble receiver_trouble_{"receiver"};
-  Trouble command_trouble_{"mqtt command"};
   Topics topics_{"", site_};
   std::optional<Broker> broker_;
   bool is_over_ = false;

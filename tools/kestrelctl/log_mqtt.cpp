@@ -20,6 +20,7 @@ namespace {
 
 using namespace std::chrono_literals;
 
+constexpr int interruption = SIGUSR1;
 constexpr int quality = 0;  // what is retained is published again after a loss
 constexpr auto shortest_delay = 1s;
 constexpr auto longest_delay = 60s;
@@ -55,10 +56,14 @@ Broker::Broker(Mqtt_address address, const Mqtt_files& files, std::string prefix
   client_.reset(mosquitto_new(nullptr, true, this));
   if (!client_) throw std::bad_alloc();
   set_up(files);
-  // Signals are the main thread's.
+  struct sigaction interrupt {};
+  interrupt.sa_handler = [](int) {};
+  (void)sigaction(interruption, &interrupt, nullptr);
+  // All other signals are the main thread's.
   sigset_t all;
   sigset_t before;
   (void)sigfillset(&all);
+  (void)sigdelset(&all, interruption);
   (void)pthread_sigmask(SIG_SETMASK, &all, &before);
   thread_ = std::thread([this] { run(); });
   (void)pthread_sigmask(SIG_SETMASK, &before, nullptr);
@@ -66,12 +71,18 @@ Broker::Broker(Mqtt_address address, const Mqtt_files& files, std::string prefix
 
 Broker::~Broker() {
   retain(availability(), "offline");
-  {
-    const std::lock_guard lock(mutex_);
-    is_ending_ = true;
-  }
+  std::unique_lock lock(mutex_);
+  is_ending_ = true;
+  lock.unlock();
   (void)mosquitto_disconnect(client_.get());
   wake_.notify_all();
+  lock.lock();
+  // A broker that does not even refuse would hold up its connect() for minutes.
+  for (auto patience = 1000ms; !wake_.wait_for(lock, patience, [this] { return has_ended_; });
+       patience = 100ms) {
+    (void)pthread_kill(thread_.native_handle(), interruption);
+  }
+  lock.unlock();
   thread_.join();
   client_.reset();
   (void)mosquitto_lib_cleanup();
@@ -159,11 +170,14 @@ void Broker::run() {
     const auto why = refusal_.empty() ? reason_of(result) : refusal_;
     lock.lock();
     is_connected_ = false;
-    if (is_ending_) return;
-    trouble_.report(why);
+    if (is_ending_) break;
+    // While it is away, how it cannot be reached changes nothing; what it says itself does.
+    if (!trouble_.is_there() || !refusal_.empty()) trouble_.report(why);
     delay = was_connected ? shortest_delay : std::min(2 * delay, longest_delay);
     wake_.wait_for(lock, delay, [this] { return is_ending_; });
   }
+  has_ended_ = true;
+  wake_.notify_all();
 }
 
 void Broker::connected(int refusal) {

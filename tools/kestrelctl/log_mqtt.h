@@ -77,6 +77,7 @@ class Broker {
   std::mutex mutex_;  ///< for all below
   std::condition_variable wake_;
   bool is_ending_ = false;
+  bool has_ended_ = false;
   bool is_connected_ = false;
   std::map<std::string, std::string> retained_;
   std::deque<Command> commands_;
