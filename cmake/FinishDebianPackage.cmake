@@ -9,6 +9,12 @@ set(documents "${usr}/share/doc/${CPACK_PACKAGE_NAME}")
 set(packaging "${CPACK_KESTREL_SOURCE_DIR}/packaging")
 
 file(COPY "${packaging}/copyright" DESTINATION "${documents}")
+if(EXISTS "${usr}/bin/kestrelctl")
+  file(
+    INSTALL "${packaging}/logrotate"
+    DESTINATION "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/etc/logrotate.d"
+    RENAME kestrel)
+endif()
 
 # The newest section of the changelog. The date is that of SOURCE_DATE_EPOCH when it is set.
 file(READ "${CPACK_KESTREL_SOURCE_DIR}/CHANGELOG.md" changes)

@@ -28,6 +28,10 @@ install(
 install(FILES "${bash_link}" DESTINATION "${bash_completions}")
 install(FILES completion/_kestrel DESTINATION "${CMAKE_INSTALL_DATADIR}/zsh/vendor-completions")
 
+if(TARGET kestrelctl)
+  install(FILES packaging/kestrel-alerts.yml DESTINATION "${CMAKE_INSTALL_DATADIR}/kestrel")
+endif()
+
 # The folders stay, so that the links between the documents hold.
 install(FILES README.md CHANGELOG.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(FILES firmware/README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/firmware")

@@ -5,7 +5,7 @@
 #
 # Runs every command of a document's console blocks, in their order, on a simulated board of the
 # document's own, and compares what it prints with what the document shows. A line "..." in a document
-# stands for any lines.
+# stands for any lines. A command goes on in lines that begin with "> ".
 set -uo pipefail
 
 programs="$1"
@@ -64,6 +64,7 @@ for document in "$@"; do
         run "$document" "$command" "$shown"
         command="${line#\$ }" shown=""
         ;;
+      yes:'> '*) command+=$'\n'"${line#> }" ;;
       yes:*) shown+="$line"$'\n' ;;
     esac
   done <"$document"
