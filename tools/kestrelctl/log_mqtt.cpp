@@ -152,6 +152,8 @@ void Broker::publish(const std::string& topic, const std::string& payload, bool 
 void Broker::run() {
   constexpr int keepalive_s = 30;
   constexpr int turn_ms = 200;
+  constexpr auto shortest_turn = 20ms;
+  constexpr auto handshake_patience = 10s;
   constexpr int last_turns = 4;  // for what is to be said at the end
   auto delay = shortest_delay;
   std::unique_lock lock(mutex_);
@@ -159,13 +161,21 @@ void Broker::run() {
     lock.unlock();
     refusal_.clear();
     bool was_connected = false;
+    const auto deadline = std::chrono::steady_clock::now() + handshake_patience;
     int result =
         mosquitto_connect_async(client_.get(), address_.host.c_str(), address_.port, keepalive_s);
     for (int turns = last_turns; result == MOSQ_ERR_SUCCESS && turns > 0;) {
       result = mosquitto_loop(client_.get(), turn_ms, 1);
-      const std::lock_guard turn(mutex_);
+      std::unique_lock turn(mutex_);
       was_connected = was_connected || is_connected_;
       if (is_ending_) --turns;
+      if (was_connected || result != MOSQ_ERR_SUCCESS) continue;
+      // In a handshake over a connection that was reset the library neither ends nor waits.
+      if (std::chrono::steady_clock::now() > deadline) {
+        refusal_ = "no answer";
+        result = MOSQ_ERR_CONN_LOST;
+      }
+      wake_.wait_for(turn, shortest_turn);
     }
     const auto why = refusal_.empty() ? reason_of(result) : refusal_;
     lock.lock();

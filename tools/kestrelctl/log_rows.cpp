@@ -46,8 +46,8 @@ std::vector<Row> Survey::visit(const Visit& visit, const Block& found) {
                       {"services", if_found(visit.services)},
                       {"list_version", if_found(visit.list_version)}});
 
-  const auto [memory, is_first] = blocks_.try_emplace(visit.khz);
-  auto& before = memory->second;
+  const bool is_first = !blocks_.contains(visit.khz);
+  auto& before = blocks_[visit.khz];
   const auto add = [&](bool has_appeared, const char* what, const Row& details) {
     if (is_first) return;
     rows.push_back(place(has_appeared ? "appeared" : "disappeared"));

@@ -7,9 +7,9 @@ namespace kestrelctl {
 namespace {
 
 struct Metric {
-  const char* key;  ///< in the row
-  const char* name;
-  const char* help;
+  const char* key = nullptr;  ///< in the row
+  const char* name = nullptr;
+  const char* help = nullptr;
   double unit = 1;  ///< what the key's number is multiplied with
   const char* type = "gauge";
 };

@@ -10,9 +10,9 @@ namespace kestrelctl {
 namespace {
 
 struct Entity {
-  const char* component;
-  const char* key;  ///< in the row
-  const char* name;
+  const char* component = nullptr;
+  const char* key = nullptr;  ///< in the row
+  const char* name = nullptr;
   const char* unit = nullptr;
 };
 constexpr Entity entities[]{
