@@ -129,8 +129,8 @@ class Sampler {
     if (!board_) board_.emplace();
     try {
       (void)board_->ensure_firmware(Firmware::dab, radio_.volume());
-      const auto list = choose_frequencies();
-      for (unsigned i = 0; i < list.size() && !is_over_; ++i) {
+      for (const unsigned i : choose_blocks()) {
+        if (is_over_) return;
         // One for each visit: what an earlier one found on the block does not count.
         Ensemble_list ensembles;
         const auto visit = board_->visit(ensembles, static_cast<std::uint8_t>(i));
@@ -143,17 +143,30 @@ class Sampler {
     }
   }
 
-  std::vector<std::uint32_t> choose_frequencies() {
+  /// Their indexes in the receiver's list, which becomes the scan's if it lacks one of them.
+  std::vector<unsigned> choose_blocks() {
     auto list = board_->frequencies();
     const auto scans = store_.scans();
     const auto last =
         std::find_if(scans.rbegin(), scans.rend(), [](const Scan& scan) { return !scan.is_fm; });
-    if (last == scans.rend()) return list;
-    std::vector<std::uint32_t> scanned;
-    for (const auto& block : last->blocks) scanned.push_back(block.khz);
-    if (scanned.empty() || scanned.size() > Ensemble_list::slots || scanned == list) return list;
-    board_->set_frequencies(scanned);
-    return scanned;
+    auto wanted = list;
+    if (last != scans.rend() && !last->blocks.empty() &&
+        last->blocks.size() <= Ensemble_list::slots) {
+      wanted.clear();
+      for (const auto& block : last->blocks) wanted.push_back(block.khz);
+    }
+    const auto is_in = [](const auto& all) {
+      return [&all](std::uint32_t khz) { return std::ranges::find(all, khz) != all.end(); };
+    };
+    if (!std::ranges::all_of(wanted, is_in(list))) {
+      board_->set_frequencies(wanted);
+      list = wanted;
+    }
+    std::vector<unsigned> chosen;
+    for (unsigned i = 0; i < list.size(); ++i) {
+      if (is_in(wanted)(list[i])) chosen.push_back(i);
+    }
+    return chosen;
   }
 
   void put(const Row& row) {
