@@ -9,6 +9,12 @@ set(documents "${usr}/share/doc/${CPACK_PACKAGE_NAME}")
 set(packaging "${CPACK_KESTREL_SOURCE_DIR}/packaging")
 
 file(COPY "${packaging}/copyright" DESTINATION "${documents}")
+if(EXISTS "${usr}/bin/kestrelctl")
+  set(rotations "${CPACK_TEMPORARY_INSTALL_DIRECTORY}/etc/logrotate.d")
+  file(MAKE_DIRECTORY "${rotations}")
+  file(COPY_FILE "${packaging}/logrotate" "${rotations}/kestrel")
+  file(CHMOD "${rotations}/kestrel" PERMISSIONS OWNER_READ OWNER_WRITE GROUP_READ WORLD_READ)
+endif()
 
 # The newest section of the changelog. The date is that of SOURCE_DATE_EPOCH when it is set.
 file(READ "${CPACK_KESTREL_SOURCE_DIR}/CHANGELOG.md" changes)

@@ -64,6 +64,10 @@ install(
          DESTINATION "${CMAKE_INSTALL_PREFIX}/lib/systemd/system")
   endforeach()]])
 
+if(TARGET kestrelctl)
+  install(FILES packaging/kestrel-alerts.yml DESTINATION "${CMAKE_INSTALL_DATADIR}/kestrel")
+endif()
+
 # The folders stay, so that the links between the documents hold.
 install(FILES README.md CHANGELOG.md CONTRIBUTING.md DESTINATION "${CMAKE_INSTALL_DOCDIR}")
 install(FILES firmware/README.md DESTINATION "${CMAKE_INSTALL_DOCDIR}/firmware")

@@ -57,6 +57,19 @@ struct Serve_options {
 };
 int serve_command(Store& store, const Serve_options& options);
 
+struct Log_options {
+  std::optional<std::chrono::milliseconds> every;  ///< between samples 10 s, between surveys 0
+  bool is_survey = false;
+  unsigned count = 0;         ///< end after that many samples, or rounds of a survey; 0: never
+  std::string output = "-";   ///< for the rows; "-": standard output
+  std::string textfile;       ///< empty: none
+  std::string mqtt_url;       ///< empty: no broker
+  std::string password_file;  ///< of the broker's user
+  std::string ca_file;        ///< of the broker's authority
+  std::string site;           ///< empty: the host's name
+};
+int log_command(Store& store, const Log_options& options);
+
 // -- On the store and on files -----------------------------------------------
 
 int list_presets_command(const Store& store);

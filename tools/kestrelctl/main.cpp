@@ -77,6 +77,41 @@ void check_station(const Play_options& options) {
   if (ways != 1) throw Failure("Which station? Say a NAME, --last or --fm MHZ", exit_status::usage);
 }
 
+void add_log(CLI::App& app, Action& action) {
+  auto [command, options] = add<Log_options>(
+      app, action, "log", "Write down what is received, for as long as it runs", log_command);
+  command
+      ->add_option_function<double>(
+          "--every",
+          [options = options](double seconds) {
+            options->every = std::chrono::milliseconds(std::lround(seconds * 1000));
+          },
+          "between two samples, 10 if not given, or between two surveys, 0")
+      ->check(number_in(0.1, 86400))
+      ->option_text("SECONDS");
+  command->add_flag("--survey", options->is_survey, "step through the blocks instead, for ever");
+  command->add_option("--count", options->count, "end after that many samples or surveys")
+      ->option_text("NUMBER");
+  command
+      ->add_option("--output,-o", options->output,
+                   "append the rows to this file; printed if not given")
+      ->option_text("FILE");
+  command->add_option("--textfile", options->textfile, "metrics for Prometheus' node_exporter")
+      ->option_text("FILE");
+  auto* url = command
+                  ->add_option("--mqtt", options->mqtt_url,
+                               "a broker: mqtt[s]://[USER@]HOST[:PORT][/PREFIX]")
+                  ->option_text("URL");
+  command->add_option("--mqtt-password-file", options->password_file, "with the user's password")
+      ->needs(url)
+      ->option_text("FILE");
+  command->add_option("--mqtt-ca-file", options->ca_file, "the broker's authority")
+      ->needs(url)
+      ->option_text("FILE");
+  command->add_option("--site", options->site, "where this is, if not the host's name")
+      ->option_text("NAME");
+}
+
 void add_radio_commands(CLI::App& app, Action& action) {
   {
     auto [command, options] = add<Scan_options>(
@@ -140,6 +175,7 @@ void add_radio_commands(CLI::App& app, Action& action) {
     command->add_option("--count", options->count, "end after that many looks")
         ->option_text("NUMBER");
   }
+  add_log(app, action);
   add<Nothing>(app, action, "stop", "Stop the station; the receiver stays on",
                [](Store& store, Nothing) { return stop_command(store); });
   add<Nothing>(app, action, "off", "Switch the receiver off",

@@ -13,6 +13,7 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
+#include <utility>
 
 #include "scan/ensemble_list.h"
 #include "si468x/board_file.h"
@@ -82,15 +83,22 @@ void wait_for_others(int board) {
   constexpr auto patience = 5s;
   constexpr auto quiet = 1s;
   constexpr auto step = 50ms;
+  // Who looks again and again says it once, until the board was free.
+  static bool has_told = false;
   for (milliseconds waited = 0ms;; waited += step) {
     const bool is_locked = flock(board, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
-    if (is_locked && !is_kestrel_running()) return;
+    if (is_locked && !is_kestrel_running()) {
+      has_told = false;
+      return;
+    }
     const char* other = is_locked ? "kestrel" : "kestrelctl";
     if (is_locked) (void)flock(board, LOCK_UN);
     if (waited >= patience) {
       throw Failure("Another " + std::string(other) + " is using the receiver. Try again later.");
     }
-    if (waited == quiet) std::cerr << "kestrelctl: waiting for another " << other << " to end\n";
+    if (waited >= quiet && !std::exchange(has_told, true)) {
+      std::cerr << "kestrelctl: waiting for another " << other << " to end\n";
+    }
     // On everybody's clock, and no longer than until a signal.
     const timespec patience_step{.tv_sec = 0, .tv_nsec = std::chrono::nanoseconds(step).count()};
     (void)nanosleep(&patience_step, nullptr);
@@ -216,6 +224,11 @@ std::vector<std::uint32_t> Receiver::frequencies() {
   return {list.begin(), list.begin() + std::min(count, dab_freq_list_limit)};
 }
 
+void Receiver::set_frequencies(std::vector<std::uint32_t> khz) {
+  check(Si468x_DAB_set_freq_list(khz.data(), static_cast<unsigned char>(khz.size())),
+        "take the list of frequencies");
+}
+
 void Receiver::play_dab(const Station& station, std::span<const std::uint32_t> scanned_khz) {
   constexpr auto acquisition_patience = 2500ms;
   constexpr auto list_patience = 10s;
@@ -227,8 +240,7 @@ void Receiver::play_dab(const Station& station, std::span<const std::uint32_t> s
       list.assign(scanned_khz.begin(), scanned_khz.end());
       place = std::ranges::find(list, station.khz);
       if (place == list.end()) list = {station.khz}, place = list.begin();
-      check(Si468x_DAB_set_freq_list(list.data(), static_cast<unsigned char>(list.size())),
-            "take the list of frequencies");
+      set_frequencies(list);
     }
     check(Si468x_DAB_tune_freq(static_cast<unsigned char>(place - list.begin())), "tune");
     Reception now;

@@ -152,6 +152,8 @@ class Receiver {
 
   /// The receiver's frequency list in kHz.
   std::vector<std::uint32_t> frequencies();
+  /// Replace it, until the next boot, by at most 48 others. DAB must run.
+  void set_frequencies(std::vector<std::uint32_t> khz);
   /// Tune to `index` of it, give an ensemble time for its service list, and store what is found in
   /// `ensembles`.
   Visit visit(Ensemble_list& ensembles, std::uint8_t index);
