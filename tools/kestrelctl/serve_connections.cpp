@@ -54,11 +54,11 @@ class Bounded_stream : public httplib::Stream {
     return static_cast<ssize_t>(size);
   }
 
-  void get_remote_ip_and_port(std::string& address, int& port) const override {
-    tell(getpeername, address, port);
+  void get_remote_ip_and_port(std::string& address, int& /*port*/) const override {
+    tell(getpeername, address);
   }
-  void get_local_ip_and_port(std::string& address, int& port) const override {
-    tell(getsockname, address, port);
+  void get_local_ip_and_port(std::string& address, int& /*port*/) const override {
+    tell(getsockname, address);
   }
   socket_t socket() const override { return socket_; }
 
@@ -75,20 +75,17 @@ class Bounded_stream : public httplib::Stream {
     return false;
   }
 
+  /// The address alone: nobody here asks for ports.
   template <class Get_name>
-  void tell(Get_name get_name, std::string& address, int& port) const {
+  void tell(Get_name get_name, std::string& address) const {
     sockaddr_storage name{};
     socklen_t size = sizeof(name);
     std::array<char, NI_MAXHOST> host{};
-    std::array<char, NI_MAXSERV> service{};
     auto* generic = reinterpret_cast<sockaddr*>(&name);
-    if (get_name(socket_, generic, &size) != 0 ||
-        getnameinfo(generic, size, host.data(), host.size(), service.data(), service.size(),
-                    NI_NUMERICHOST | NI_NUMERICSERV) != 0) {
-      return;
+    if (get_name(socket_, generic, &size) == 0 &&
+        getnameinfo(generic, size, host.data(), host.size(), nullptr, 0, NI_NUMERICHOST) == 0) {
+      address = host.data();
     }
-    address = host.data();
-    port = std::atoi(service.data());
   }
 
   socket_t socket_;

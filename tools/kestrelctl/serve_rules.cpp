@@ -109,7 +109,7 @@ bool is_own_name(const Access& access, const Request_head& request) {
 }  // namespace
 
 Wish parse_request(std::string_view path, std::string_view body) {
-  const auto found =
+  const auto* const found =
       std::ranges::find(parsers, path, [](const auto& candidate) { return candidate.path; });
   if (found == std::end(parsers)) throw Bad_request("Nothing of this name can be asked for.");
   const auto document = json::parse(body, nullptr, false);
