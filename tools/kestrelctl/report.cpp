@@ -81,22 +81,6 @@ json describe(const Scan& scan) {
           {"blocks", std::move(blocks)}};
 }
 
-/// The stations of `scan` that `other` does not have.
-json missing_from(const Scan& other, const Scan& scan) {
-  const auto key = [](const Station& station) {
-    return std::pair(station.khz, station.service_id);
-  };
-  std::set<std::pair<std::uint32_t, std::uint32_t>> known;
-  for (const auto& station : list_stations(std::span(&other, 1))) known.insert(key(station));
-  auto missing = json::array();
-  for (const auto& station : list_stations(std::span(&scan, 1))) {
-    if (known.contains(key(station))) continue;
-    missing.push_back(
-        {{"name", station.name}, {"block", station.block}, {"service_id", station.service_id}});
-  }
-  return missing;
-}
-
 /// `data` as it can stand between script tags.
 std::string as_script_data(const json& data) {
   std::string text;
@@ -112,20 +96,9 @@ int report_command(const Store& store, const Report_options& options) {
   if (scans.empty()) throw std::runtime_error("there is no DAB scan to report");
   // What is kept may reach back for years: the newest, and what changed since the one before.
   if (options.files.empty() && scans.size() > 2) scans.erase(scans.begin(), scans.end() - 2);
-  json data{
-      {"program", "kestrelctl " KESTREL_VERSION},
-      {"made",
-       format_utc(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()))},
-      {"scans", json::array()},
-      {"changes", json::array()}};
-  for (std::size_t i = 0; i < scans.size(); ++i) {
-    data["scans"].push_back(describe(scans[i]));
-    if (i == 0) continue;
-    data["changes"].push_back({{"from", i - 1},
-                               {"to", i},
-                               {"came", missing_from(scans[i - 1], scans[i])},
-                               {"went", missing_from(scans[i], scans[i - 1])}});
-  }
+  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  json data{{"program", "kestrelctl " KESTREL_VERSION}, {"made", format_utc(now)}};
+  for (const auto& scan : scans) data["scans"].push_back(describe(scan));
   std::string page(report_page);
   constexpr std::string_view place = "@DATA@";
   page.replace(page.find(place), place.size(), as_script_data(data));
