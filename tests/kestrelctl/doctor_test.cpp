@@ -103,7 +103,7 @@ const Case cases[]{
                too_fast + "15.625 MHz (core clock 500 MHz by core_freq below [HDMI:0], which"}},
     {.changes = {{spidev, ""}, {config, "DIR"}},
      .lines = {no_spidev + ", and /boot/firmware/config.txt cannot be read" + put_line,
-               too_fast + "15.625 MHz (core clock 500 MHz under load, 200 MHz when idle), above"}},
+               too_fast + "15.625 MHz (core clock 500 MHz under load), above"}},
     // Slow enough by a setting in the old place, and by the model; the kernel's parameters.
     {.changes = {{config, ""}, {old_place, "core_freq=250 #"}, {cmdline, "iomem=relaxed"}},
      .lines = {runs_at + "7.8125 MHz (core clock 250 MHz by core_freq in /boot/config.txt)",

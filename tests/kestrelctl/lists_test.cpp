@@ -43,7 +43,7 @@ TEST_F(Lists, EndWithAStatusThatSaysWhatHappened) {
   const std::tuple<const char*, int, const char*> rows[]{
       {"ctl stations", 1, "there is no scan yet: make one with sudo kestrelctl scan"},
       {"ctl stations missing.json", 1, "kestrelctl: missing.json: No such file or directory\n"},
-      {"ctl stations .", 1, "kestrelctl: .: is a directory\n"},
+      {"ctl stations .", 1, "kestrelctl: .: Is a directory\n"},
       {"echo [ >cut; ctl stations cut", 1, "cut: is empty or ends too early: the scan did not"},
       {"ctl stations cut a.json", 0, "kestrelctl: cut: is empty or ends too early"},
       {"ctl stations cut a.json", 0, "\nFirst "},

@@ -12,7 +12,7 @@
 #include <tuple>
 
 #include "../directory.h"
-#include "kestrelctl/output.h"
+#include "kestrelctl/files.h"
 
 namespace {
 

@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 
+#include "kestrelctl/files.h"
 #include "kestrelctl/text.h"
 
 namespace kestrelctl {
@@ -85,26 +85,6 @@ constexpr unsigned dab_plus = 63;
   throw Unreadable(fmt::format("{}: {}", make_harmless(path.string()), why));
 }
 
-std::string read_text(const fs::path& path) {
-  std::error_code error;
-  if (fs::is_directory(path, error)) refuse(path, "is a directory");
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) refuse(path, std::strerror(errno));
-  std::string text;
-  if (const auto size = fs::file_size(path, error); !error && size <= largest_file_bytes) {
-    text.reserve(size);
-  }
-  std::array<char, 65536> piece{};
-  while (file) {
-    file.read(piece.data(), std::ssize(piece));
-    text.append(piece.data(), static_cast<std::size_t>(file.gcount()));
-    if (text.size() > largest_file_bytes) refuse(path, "has more than 16 MiB, too much for a scan");
-  }
-  if (file.bad()) refuse(path, "cannot be read");
-  return text;
-}
-
 std::chrono::sys_seconds time_written(const fs::path& path) {
   std::error_code error;
   const auto written = fs::last_write_time(path, error);
@@ -134,9 +114,11 @@ std::string Block::name() const {
 }
 
 Scan read_scan_file(const fs::path& path) {
-  const auto text = read_text(path);
+  const auto text = read_file(path, largest_file_bytes + 1);
+  if (!text) refuse(path, std::strerror(errno));
+  if (text->size() > largest_file_bytes) refuse(path, "has more than 16 MiB, too much for a scan");
   try {
-    auto scan = read_scan_text(text);
+    auto scan = read_scan_text(*text);
     scan.path = path;
     scan.file = make_harmless(path.string());
     if (scan.time == std::chrono::sys_seconds{}) scan.time = time_written(path);

@@ -4,12 +4,11 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "kestrelctl/output.h"
+#include "kestrelctl/files.h"
 #include "kestrelctl/text.h"
 
 namespace kestrelctl {
@@ -85,13 +84,10 @@ void make_directory(const fs::path& path) {
 Settings Store::settings() const {
   constexpr std::size_t most_bytes = 1U << 20U;
   const auto path = directory_ / "settings.json";
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return {};
-  std::string text(most_bytes, '\0');
-  file.read(text.data(), std::ssize(text));
-  text.resize(static_cast<std::size_t>(file.gcount()));
+  const auto text = read_file(path, most_bytes);
+  if (!text) return {};
   try {
-    return to_settings(json::parse(text));
+    return to_settings(json::parse(*text));
   } catch (const std::exception&) {  // of the JSON library, or a number that cannot be
     set_aside(path);
     return {};

@@ -1,17 +1,20 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "kestrelctl/output.h"
+#include "kestrelctl/files.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
 
 #include "kestrelctl/text.h"
+#include "si468x/input_file.h"
 
 namespace kestrelctl {
 namespace {
@@ -40,6 +43,20 @@ void flush_directory(const fs::path& directory) {
 }
 
 }  // namespace
+
+std::optional<std::string> read_file(const fs::path& path, std::size_t most_bytes) {
+  const Input_file file(std::fopen(path.c_str(), "rbe"));
+  if (!file) return std::nullopt;
+  // The files of proc and sysfs do not tell their length before they are read.
+  std::string text;
+  std::array<char, 65536> piece{};
+  while (const auto count = std::fread(
+             piece.data(), 1, std::min(piece.size(), most_bytes - text.size()), file.get())) {
+    text.append(piece.data(), count);
+  }
+  if (std::ferror(file.get()) != 0) return std::nullopt;
+  return text;
+}
 
 bool write_file_atomically(const fs::path& path, std::string_view text, If_present if_present) {
   constexpr mode_t mode = 0644;
