@@ -151,12 +151,6 @@ Now Radio::look() {
   return now;
 }
 
-std::string block_name(std::uint32_t khz) {
-  Block block;
-  block.khz = khz;
-  return block.name();
-}
-
 std::string describe(const Station& station, const Reception& reception) {
   return fmt::format("{}, {}, {} dBuV, SNR {}", station.name, station.place(), reception.rssi_dbuv,
                      reception.snr_db);

@@ -3,7 +3,6 @@
 // `kestrelctl report`: puts what the scans say, as JSON, into the page that shows it.
 #include <fmt/format.h>
 
-#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
@@ -28,19 +27,19 @@ std::string quote(const std::string& name) {
   return quoted + '\'';
 }
 
-/// The ids of the services that can be played, by what their names are found by.
-using Ids = std::map<std::string, std::set<std::uint32_t>>;
+/// What the names of the stations that can be played are found by.
+using Names = std::multiset<std::string>;
 
 /// What plays `station`: its name, and its id where several have that name; nothing if it cannot be
 /// played.
-std::string playing_command(const Station& station, const Ids& ids) {
+std::string playing_command(const Station& station, const Names& names) {
   if (!station.obstacle().empty()) return "";
   const auto command = "sudo kestrelctl play " + quote(station.name);
-  const bool is_clear = !station.name.empty() && ids.at(fold(station.name)).size() == 1;
+  const bool is_clear = !station.name.empty() && names.count(fold(station.name)) == 1;
   return is_clear ? command : fmt::format("{} --service {}", command, station.service_id);
 }
 
-json describe(const Block& block, const Ids& ids) {
+json describe(const Block& block, const Names& names) {
   auto services = json::array();
   for (const auto& service : block.services) {
     const auto station = make_station(block, service);
@@ -50,10 +49,10 @@ json describe(const Block& block, const Ids& ids) {
                         {"kind", station.kind},
                         {"type", station.programme_type},
                         {"obstacle", station.obstacle()},
-                        {"command", playing_command(station, ids)}});
+                        {"command", playing_command(station, names)}});
   }
   return {{"index", block.index},
-          {"block", block.name()},
+          {"block", block_name(block.khz)},
           {"khz", block.khz},
           {"rssi", block.rssi_dbuv},
           {"snr", block.snr_db},
@@ -70,11 +69,11 @@ json describe(const Scan& scan) {
       location.push_back({location_questions[i].name, scan.location[i]});
   }
   auto blocks = json::array();
-  Ids ids;
+  Names names;
   for (const auto& station : list_stations(std::span(&scan, 1))) {
-    if (station.obstacle().empty()) ids[fold(station.name)].insert(station.service_id);
+    if (station.obstacle().empty()) names.insert(fold(station.name));
   }
-  for (const auto& block : scan.blocks) blocks.push_back(describe(block, ids));
+  for (const auto& block : scan.blocks) blocks.push_back(describe(block, names));
   return {{"file", scan.file},
           {"time", format_utc(scan.time)},
           {"location", std::move(location)},

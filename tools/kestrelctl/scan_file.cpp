@@ -37,38 +37,38 @@ constexpr Band_block band_iii[]{
     {239200, "13F"}};
 
 // ETSI TS 101 756, table 12: the international table.
-constexpr std::string_view programme_types[]{"None",
-                                             "News",
-                                             "Current affairs",
-                                             "Information",
-                                             "Sport",
-                                             "Education",
-                                             "Drama",
-                                             "Arts",
-                                             "Science",
-                                             "Talk",
-                                             "Pop music",
-                                             "Rock music",
-                                             "Easy listening",
-                                             "Light classical",
-                                             "Classical music",
-                                             "Other music",
-                                             "Weather",
-                                             "Finance",
-                                             "Children's",
-                                             "Factual",
-                                             "Religion",
-                                             "Phone-in",
-                                             "Travel",
-                                             "Leisure",
-                                             "Jazz and blues",
-                                             "Country music",
-                                             "National music",
-                                             "Oldies music",
-                                             "Folk music",
-                                             "Documentary",
-                                             "Not used",
-                                             "Not used"};
+constexpr auto programme_types = std::to_array<std::string_view>({"None",
+                                                                  "News",
+                                                                  "Current affairs",
+                                                                  "Information",
+                                                                  "Sport",
+                                                                  "Education",
+                                                                  "Drama",
+                                                                  "Arts",
+                                                                  "Science",
+                                                                  "Talk",
+                                                                  "Pop music",
+                                                                  "Rock music",
+                                                                  "Easy listening",
+                                                                  "Light classical",
+                                                                  "Classical music",
+                                                                  "Other music",
+                                                                  "Weather",
+                                                                  "Finance",
+                                                                  "Children's",
+                                                                  "Factual",
+                                                                  "Religion",
+                                                                  "Phone-in",
+                                                                  "Travel",
+                                                                  "Leisure",
+                                                                  "Jazz and blues",
+                                                                  "Country music",
+                                                                  "National music",
+                                                                  "Oldies music",
+                                                                  "Folk music",
+                                                                  "Documentary",
+                                                                  "Not used",
+                                                                  "Not used"});
 static_assert(std::size(programme_types) == 32);
 
 struct Programme_type {
@@ -108,7 +108,7 @@ std::string_view Service::kind() const {
 
 bool Block::has_signal() const { return is_valid || is_acquired || !services.empty(); }
 
-std::string Block::name() const {
+std::string block_name(std::uint32_t khz) {
   const auto* block = std::ranges::find(band_iii, khz, &Band_block::khz);
   return block == std::end(band_iii) ? "" : std::string(block->name);
 }
@@ -146,12 +146,10 @@ std::vector<Scan> read_scans(const std::vector<fs::path>& paths) {
 std::vector<fs::path> list_scan_files(const fs::path& directory, std::string_view prefix) {
   std::vector<fs::path> paths;
   std::error_code error;
-  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
-       entry.increment(error)) {
-    const auto name = entry->path().filename().string();
-    std::error_code unknown;
-    if (name.starts_with(prefix) && name.ends_with(".json") && entry->is_regular_file(unknown)) {
-      paths.push_back(directory == "." ? fs::path(name) : entry->path());
+  for (const auto& entry : fs::directory_iterator(directory, error)) {
+    const auto name = entry.path().filename().string();
+    if (name.starts_with(prefix) && name.ends_with(".json") && entry.is_regular_file(error)) {
+      paths.push_back(entry.path().lexically_normal());
     }
   }
   std::ranges::sort(paths);
