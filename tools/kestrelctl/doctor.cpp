@@ -9,7 +9,6 @@
 
 #include <algorithm>
 #include <array>
-#include <cstdint>
 #include <cstdlib>
 #include <ostream>
 #include <regex>
@@ -207,41 +206,18 @@ Finding check_memory(const System& system) {
     return {failure, "the kernel is locked down",
             "boot without lockdown, usually by switching secure boot off"};
   }
-  const auto parameters = read_regular(system.root / "proc/cmdline").value_or("");
-  if (has_word(trim(parameters), "iomem=relaxed")) {
-    return {ok, "is there, and iomem=relaxed opens all registers"};
-  }
   return {ok, "is there; only trying tells whether the kernel opens the registers of SPI0"};
-}
-
-/// The core clock as the kernel reads it now; 0 if it cannot be read.
-double measure_core_mhz(const System& system) {
-  for (const auto* const clock : {"vpu", "fw-clk-core", "core"}) {
-    const auto path = system.root / "sys/kernel/debug/clk" / clock / "clk_rate";
-    std::uint64_t hz = 0;
-    std::istringstream(read_regular(path).value_or("")) >> hz;
-    if (hz > 0 && hz <= 10'000'000'000) return static_cast<double>(hz) / 1e6;
-  }
-  return 0;
 }
 
 Finding check_clock(const System& system) {
   constexpr double divider = 32;
   constexpr double most_spi_mhz = 10;
   const auto& [file, is_readable, spi, set_mhz] = system.config;
-  double core_mhz = measure_core_mhz(system);
-  std::string source = "now";
-  // The clock follows the load unless core_freq holds it: slow enough now proves little, but too
-  // fast now is too fast.
-  if (core_mhz / divider <= most_spi_mhz) {
-    if (set_mhz) {
-      core_mhz = set_mhz->value;
-      source = "by core_freq " + set_mhz->place;
-    } else if (system.model != nullptr && system.model->load_core_mhz != 0) {
-      core_mhz = system.model->load_core_mhz;
-      source = "under load";
-    }
-  }
+  // The clock follows the load unless core_freq holds it: what it is now proves little.
+  const double core_mhz = set_mhz                   ? set_mhz->value
+                          : system.model != nullptr ? system.model->load_core_mhz
+                                                    : 0;
+  const auto source = set_mhz ? "by core_freq " + set_mhz->place : "under load";
   const auto cure = fmt::format("put core_freq=250 and core_freq_min=250 in {} and reboot", file);
   if (core_mhz == 0) return {warning, "the core clock, and with it SPI0's, is unknown", cure};
   const auto fact = fmt::format("SPI0 has {:g} MHz (core clock {:g} MHz {})", core_mhz / divider,

@@ -9,6 +9,7 @@
 #include <algorithm>
 #include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
@@ -67,21 +68,19 @@ bool write_file_atomically(const fs::path& path, std::string_view text, If_prese
   auto beside = (directory / ".kestrelctl-XXXXXX").string();
   const int descriptor = mkostemp(beside.data(), O_CLOEXEC);
   if (descriptor < 0) refuse(path, std::strerror(errno));
-  bool is_written = write_all(descriptor, text) && fchmod(descriptor, mode) == 0;
-  int reason = errno;
-  is_written = close(descriptor) == 0 && is_written;
-  if (is_written) {
-    // A link, unlike a rename, fails where there is a file already.
-    const bool is_named = if_present == If_present::keep
-                              ? link(beside.c_str(), path.c_str()) == 0
-                              : std::rename(beside.c_str(), path.c_str()) == 0;
-    reason = is_named ? 0 : errno;
+  int reason = write_all(descriptor, text) && fchmod(descriptor, mode) == 0 ? 0 : errno;
+  if (close(descriptor) != 0 && reason == 0) reason = errno;
+  const unsigned flags = if_present == If_present::keep ? RENAME_NOREPLACE : 0;
+  if (reason == 0 && renameat2(AT_FDCWD, beside.c_str(), AT_FDCWD, path.c_str(), flags) != 0) {
+    reason = errno;
   }
-  if (!is_written || reason != 0 || if_present == If_present::keep) (void)unlink(beside.c_str());
-  if (is_written && reason == EEXIST && if_present == If_present::keep) return false;
-  if (!is_written || reason != 0) refuse(path, std::strerror(reason));
-  flush_directory(directory);
-  return true;
+  if (reason == 0) {
+    flush_directory(directory);
+    return true;
+  }
+  (void)unlink(beside.c_str());
+  if (reason == EEXIST) return false;
+  refuse(path, std::strerror(reason));
 }
 
 void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans) {
