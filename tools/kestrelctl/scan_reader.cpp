@@ -213,7 +213,7 @@ Scan read_document(std::string_view text, bool is_mended) {
   // Of a string that never ends the library would make copies.
   for (std::size_t i = 0, begin = 0; i < text.size(); ++i) {
     if (text[i] == '"' && (i == 0 || text[i - 1] != '\\')) begin = i + 1;
-    if (i >= begin + longest_string) throw Unreadable("has a text without an end");
+    if (i >= begin + longest_string) throw Unreadable("is not a scan file");
   }
   Scan scan;
   std::vector<std::chrono::sys_seconds> times;
