@@ -1,12 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // Whole runs of the subcommands that need no receiver: stations, report and frequencies.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
-
-#include <tuple>
-
-#include "../directory.h"
+#include "shell.h"
 
 namespace {
 
@@ -20,30 +15,15 @@ constexpr char scan_a[] =
 {"ServId": 8, "Label": "Sea</script><b>", "ComponentList": [{"comp_ID": 2}]}]},
 "ensembleTime": {"year": 2024, "month": 3, "day": 5}}]})";
 
-class Lists : public testing::Test, protected Directory {
- protected:
+struct Lists : Shell {
   Lists() { write("a.json", scan_a); }
-
-  /// Have the shell run `command`, in which `ctl` is kestrelctl, in a directory with a.json alone;
-  /// what it printed on both streams.
-  std::string run(const std::string& command) {
-    write("run",
-          "export KESTREL_STATE=\"$PWD/state\"\n"
-          "ctl() { timeout 20 '" KESTRELCTL_PROGRAM "' \"$@\"; }\nexec >out 2>&1\n" +
-              command);
-    status_ = WEXITSTATUS(std::system(("cd '" + path("") + "' && bash run").c_str()));
-    return content("out");
-  }
-
-  int status_ = -1;
 };
 
 TEST_F(Lists, EndWithAStatusThatSaysWhatHappened) {
-  // The command, its status, and a part of what is printed.
-  const std::tuple<const char*, int, const char*> rows[]{
+  const Shell_run runs[]{
       {"ctl stations", 1, "there is no scan yet: make one with sudo kestrelctl scan"},
       {"ctl stations missing.json", 1, "kestrelctl: missing.json: No such file or directory\n"},
-      {"ctl stations .", 1, "kestrelctl: .: is a directory\n"},
+      {"ctl stations .", 1, "kestrelctl: .: Is a directory\n"},
       {"echo [ >cut; ctl stations cut", 1, "cut: is empty or ends too early: the scan did not"},
       {"ctl stations cut a.json", 0, "kestrelctl: cut: is empty or ends too early"},
       {"ctl stations cut a.json", 0, "\nFirst "},
@@ -77,11 +57,7 @@ TEST_F(Lists, EndWithAStatusThatSaysWhatHappened) {
       {"sed s/174928/178352/ a.json | ctl frequencies /dev/stdin 2>/dev/null", 0,
        "176640\n178352\n227360\n"},
   };
-  for (const auto& [command, status, expected] : rows) {
-    const auto printed = run(command);
-    EXPECT_EQ(status_, status) << command << '\n' << printed;
-    EXPECT_NE(printed.find(expected), std::string::npos) << command << '\n' << printed;
-  }
+  expect_runs(runs);
 }
 
 }  // namespace

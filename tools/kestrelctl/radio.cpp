@@ -160,12 +160,6 @@ std::vector<Now> split_by_text(const Now& now) {
   return each;
 }
 
-std::string block_name(std::uint32_t khz) {
-  Block block;
-  block.khz = khz;
-  return block.name();
-}
-
 std::string describe(const Station& station, const Reception& reception) {
   return fmt::format("{}, {}, {} dBuV, SNR {}", station.name, station.place(), reception.rssi_dbuv,
                      reception.snr_db);

@@ -68,8 +68,6 @@ class Radio {
   Station_rds rds_;
 };
 
-/// "12C"; empty for a frequency that is not a block of band III.
-std::string block_name(std::uint32_t khz);
 /// "Seegrund Pop, 12C, 62 dBuV, SNR 19", as people read it.
 std::string describe(const Station& station, const Reception& reception);
 

@@ -3,13 +3,12 @@
 // `kestrelctl report`: puts what the scans say, as JSON, into the page that shows it.
 #include <fmt/format.h>
 
-#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
 
 #include "kestrelctl/commands.h"
-#include "kestrelctl/output.h"
+#include "kestrelctl/files.h"
 #include "kestrelctl/receiver.h"
 #include "kestrelctl/report_page.h"
 #include "kestrelctl/stations.h"
@@ -28,19 +27,19 @@ std::string quote(const std::string& name) {
   return quoted + '\'';
 }
 
-/// The ids of the services that can be played, by what their names are found by.
-using Ids = std::map<std::string, std::set<std::uint32_t>>;
+/// What the names of the stations that can be played are found by.
+using Names = std::multiset<std::string>;
 
 /// What plays `station`: its name, and its id where several have that name; nothing if it cannot be
 /// played.
-std::string playing_command(const Station& station, const Ids& ids) {
+std::string playing_command(const Station& station, const Names& names) {
   if (!station.obstacle().empty()) return "";
   const auto command = "sudo kestrelctl play " + quote(station.name);
-  const bool is_clear = !station.name.empty() && ids.at(fold(station.name)).size() == 1;
+  const bool is_clear = !station.name.empty() && names.count(fold(station.name)) == 1;
   return is_clear ? command : fmt::format("{} --service {}", command, station.service_id);
 }
 
-json describe(const Block& block, const Ids& ids) {
+json describe(const Block& block, const Names& names) {
   auto services = json::array();
   for (const auto& service : block.services) {
     const auto station = make_station(block, service);
@@ -50,10 +49,10 @@ json describe(const Block& block, const Ids& ids) {
                         {"kind", station.kind},
                         {"type", station.programme_type},
                         {"obstacle", station.obstacle()},
-                        {"command", playing_command(station, ids)}});
+                        {"command", playing_command(station, names)}});
   }
   return {{"index", block.index},
-          {"block", block.name()},
+          {"block", block_name(block.khz)},
           {"khz", block.khz},
           {"rssi", block.rssi_dbuv},
           {"snr", block.snr_db},
@@ -70,31 +69,15 @@ json describe(const Scan& scan) {
       location.push_back({location_questions[i].name, scan.location[i]});
   }
   auto blocks = json::array();
-  Ids ids;
+  Names names;
   for (const auto& station : list_stations(std::span(&scan, 1))) {
-    if (station.obstacle().empty()) ids[fold(station.name)].insert(station.service_id);
+    if (station.obstacle().empty()) names.insert(fold(station.name));
   }
-  for (const auto& block : scan.blocks) blocks.push_back(describe(block, ids));
+  for (const auto& block : scan.blocks) blocks.push_back(describe(block, names));
   return {{"file", scan.file},
           {"time", format_utc(scan.time)},
           {"location", std::move(location)},
           {"blocks", std::move(blocks)}};
-}
-
-/// The stations of `scan` that `other` does not have.
-json missing_from(const Scan& other, const Scan& scan) {
-  const auto key = [](const Station& station) {
-    return std::pair(station.khz, station.service_id);
-  };
-  std::set<std::pair<std::uint32_t, std::uint32_t>> known;
-  for (const auto& station : list_stations(std::span(&other, 1))) known.insert(key(station));
-  auto missing = json::array();
-  for (const auto& station : list_stations(std::span(&scan, 1))) {
-    if (known.contains(key(station))) continue;
-    missing.push_back(
-        {{"name", station.name}, {"block", station.block}, {"service_id", station.service_id}});
-  }
-  return missing;
 }
 
 /// `data` in a form that can be put between script tags.
@@ -112,20 +95,9 @@ int report_command(const Store& store, const Report_options& options) {
   if (scans.empty()) throw std::runtime_error("there is no DAB scan to report");
   // What is kept may reach back for years: the newest, and what changed since the one before.
   if (options.files.empty() && scans.size() > 2) scans.erase(scans.begin(), scans.end() - 2);
-  json data{
-      {"program", "kestrelctl " KESTREL_VERSION},
-      {"made",
-       format_utc(std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now()))},
-      {"scans", json::array()},
-      {"changes", json::array()}};
-  for (std::size_t i = 0; i < scans.size(); ++i) {
-    data["scans"].push_back(describe(scans[i]));
-    if (i == 0) continue;
-    data["changes"].push_back({{"from", i - 1},
-                               {"to", i},
-                               {"came", missing_from(scans[i - 1], scans[i])},
-                               {"went", missing_from(scans[i], scans[i - 1])}});
-  }
+  const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
+  json data{{"program", "kestrelctl " KESTREL_VERSION}, {"made", format_utc(now)}};
+  for (const auto& scan : scans) data["scans"].push_back(describe(scan));
   std::string page(report_page);
   constexpr std::string_view place = "@DATA@";
   page.replace(page.find(place), place.size(), as_script_data(data));

@@ -7,9 +7,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
-#include <fstream>
 #include <iostream>
 
+#include "kestrelctl/files.h"
 #include "kestrelctl/text.h"
 
 namespace kestrelctl {
@@ -37,38 +37,38 @@ constexpr Band_block band_iii[]{
     {239200, "13F"}};
 
 // ETSI TS 101 756, table 12: the international table.
-constexpr std::string_view programme_types[]{"None",
-                                             "News",
-                                             "Current affairs",
-                                             "Information",
-                                             "Sport",
-                                             "Education",
-                                             "Drama",
-                                             "Arts",
-                                             "Science",
-                                             "Talk",
-                                             "Pop music",
-                                             "Rock music",
-                                             "Easy listening",
-                                             "Light classical",
-                                             "Classical music",
-                                             "Other music",
-                                             "Weather",
-                                             "Finance",
-                                             "Children's",
-                                             "Factual",
-                                             "Religion",
-                                             "Phone-in",
-                                             "Travel",
-                                             "Leisure",
-                                             "Jazz and blues",
-                                             "Country music",
-                                             "National music",
-                                             "Oldies music",
-                                             "Folk music",
-                                             "Documentary",
-                                             "Not used",
-                                             "Not used"};
+constexpr auto programme_types = std::to_array<std::string_view>({"None",
+                                                                  "News",
+                                                                  "Current affairs",
+                                                                  "Information",
+                                                                  "Sport",
+                                                                  "Education",
+                                                                  "Drama",
+                                                                  "Arts",
+                                                                  "Science",
+                                                                  "Talk",
+                                                                  "Pop music",
+                                                                  "Rock music",
+                                                                  "Easy listening",
+                                                                  "Light classical",
+                                                                  "Classical music",
+                                                                  "Other music",
+                                                                  "Weather",
+                                                                  "Finance",
+                                                                  "Children's",
+                                                                  "Factual",
+                                                                  "Religion",
+                                                                  "Phone-in",
+                                                                  "Travel",
+                                                                  "Leisure",
+                                                                  "Jazz and blues",
+                                                                  "Country music",
+                                                                  "National music",
+                                                                  "Oldies music",
+                                                                  "Folk music",
+                                                                  "Documentary",
+                                                                  "Not used",
+                                                                  "Not used"});
 static_assert(std::size(programme_types) == 32);
 
 struct Programme_type {
@@ -83,26 +83,6 @@ constexpr unsigned dab_plus = 63;
 
 [[noreturn]] void refuse(const fs::path& path, std::string_view why) {
   throw Unreadable(fmt::format("{}: {}", make_harmless(path.string()), why));
-}
-
-std::string read_text(const fs::path& path) {
-  std::error_code error;
-  if (fs::is_directory(path, error)) refuse(path, "is a directory");
-  errno = 0;
-  std::ifstream file(path, std::ios::binary);
-  if (!file) refuse(path, std::strerror(errno));
-  std::string text;
-  if (const auto size = fs::file_size(path, error); !error && size <= largest_file_bytes) {
-    text.reserve(size);
-  }
-  std::array<char, 65536> piece{};
-  while (file) {
-    file.read(piece.data(), std::ssize(piece));
-    text.append(piece.data(), static_cast<std::size_t>(file.gcount()));
-    if (text.size() > largest_file_bytes) refuse(path, "has more than 16 MiB, too much for a scan");
-  }
-  if (file.bad()) refuse(path, "cannot be read");
-  return text;
 }
 
 std::chrono::sys_seconds time_written(const fs::path& path) {
@@ -128,15 +108,17 @@ std::string_view Service::kind() const {
 
 bool Block::has_signal() const { return is_valid || is_acquired || !services.empty(); }
 
-std::string Block::name() const {
+std::string block_name(std::uint32_t khz) {
   const auto* block = std::ranges::find(band_iii, khz, &Band_block::khz);
   return block == std::end(band_iii) ? "" : std::string(block->name);
 }
 
 Scan read_scan_file(const fs::path& path) {
-  const auto text = read_text(path);
+  const auto text = read_file(path, largest_file_bytes + 1);
+  if (!text) refuse(path, std::strerror(errno));
+  if (text->size() > largest_file_bytes) refuse(path, "has more than 16 MiB, too much for a scan");
   try {
-    auto scan = read_scan_text(text);
+    auto scan = read_scan_text(*text);
     scan.path = path;
     scan.file = make_harmless(path.string());
     if (scan.time == std::chrono::sys_seconds{}) scan.time = time_written(path);
@@ -164,12 +146,10 @@ std::vector<Scan> read_scans(const std::vector<fs::path>& paths) {
 std::vector<fs::path> list_scan_files(const fs::path& directory, std::string_view prefix) {
   std::vector<fs::path> paths;
   std::error_code error;
-  for (fs::directory_iterator entry(directory, error), end; !error && entry != end;
-       entry.increment(error)) {
-    const auto name = entry->path().filename().string();
-    std::error_code unknown;
-    if (name.starts_with(prefix) && name.ends_with(".json") && entry->is_regular_file(unknown)) {
-      paths.push_back(directory == "." ? fs::path(name) : entry->path());
+  for (const auto& entry : fs::directory_iterator(directory, error)) {
+    const auto name = entry.path().filename().string();
+    if (name.starts_with(prefix) && name.ends_with(".json") && entry.is_regular_file(error)) {
+      paths.push_back(entry.path().lexically_normal());
     }
   }
   std::ranges::sort(paths);

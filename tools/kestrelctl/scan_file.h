@@ -57,9 +57,10 @@ struct Block {
 
   /// Was there anything but noise?
   [[nodiscard]] bool has_signal() const;
-  /// "12C"; empty for a frequency that is not a block of band III.
-  [[nodiscard]] std::string name() const;
 };
+
+/// "12C"; empty for a frequency that is not a block of band III.
+std::string block_name(std::uint32_t khz);
 
 /// A station of the FM band as a scan heard it.
 struct Fm_station {

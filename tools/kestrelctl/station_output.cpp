@@ -30,7 +30,7 @@ struct Column {
 constexpr std::array columns{
     Column{"Name", "name", Shown::always, [](const Station& s) -> json { return s.name; }},
     Column{"Place", "", Shown::always, [](const Station& s) -> json { return s.place(); }},
-    Column{"", "block", Shown::never, [](const Station& s) -> json { return s.block; }},
+    Column{"", "block", Shown::never, [](const Station& s) -> json { return block_name(s.khz); }},
     Column{"kHz", "frequency_khz", Shown::with_ids, [](const Station& s) -> json { return s.khz; }},
     Column{"Index", "index", Shown::with_ids, [](const Station& s) -> json { return s.index; }},
     Column{"Service", "service_id", Shown::with_ids,

@@ -21,15 +21,21 @@ std::string_view Station::obstacle() const {
 }
 
 std::string Station::place() const {
-  if (is_fm) return fmt::format("{:.2f} MHz", khz / 1000.0);
-  return block.empty() ? fmt::format("{:.3f} MHz", khz / 1000.0) : block;
+  const auto block = block_name(khz);
+  return block.empty() ? describe_frequency(khz) : block;
+}
+
+std::string describe_frequency(std::uint32_t khz) {
+  constexpr std::uint32_t highest_fm_khz = 108000;
+  if (khz <= highest_fm_khz) return fmt::format("{:.2f} MHz", khz / 1000.0);
+  const auto block = block_name(khz);
+  return fmt::format("{}{}{:.3f} MHz", block, block.empty() ? "" : ", ", khz / 1000.0);
 }
 
 Station make_station(const Block& block, const Service& service) {
   const auto* component = service.main_component();
   const bool is_scrambled = component != nullptr && component->is_scrambled;
   return {.name = service.name,
-          .block = block.name(),
           .khz = block.khz,
           .index = block.index,
           .service_id = service.id,
@@ -47,7 +53,6 @@ namespace {
 Station make_station(const Fm_station& heard) {
   Station station{.name = heard.ps,
                   .is_fm = true,
-                  .block = {},
                   .khz = heard.khz,
                   .pi = heard.pi,
                   .kind = "FM",
@@ -144,8 +149,9 @@ std::vector<Station> find_stations(std::span<const Station> stations, std::strin
   for (const auto& station : stations) {
     auto key = natural_key(station.name);
     const auto is = closeness(fold(station.name));
-    const bool is_wanted = (!filter.service_id || *filter.service_id == station.service_id) &&
-                           (filter.block.empty() || fold(filter.block) == fold(station.block));
+    const bool is_wanted =
+        (!filter.service_id || *filter.service_id == station.service_id) &&
+        (filter.block.empty() || fold(filter.block) == fold(block_name(station.khz)));
     const std::tuple rank(station.kind != "data", is, station.obstacle().empty());
     if (is == no || !is_wanted || rank < closest) continue;
     if (rank > closest) found.clear();
@@ -200,21 +206,18 @@ std::vector<std::string> nearest_names(std::span<const Station> stations, std::s
 
 namespace {
 
-/// What the stations are sorted by: a number, then a word, then the name.
+using Sort_value = std::pair<std::int64_t, std::string_view>;
 struct Sort_key {
   std::string_view name;
-  std::int64_t (*number)(const Station&);
-  std::string_view (*word)(const Station&);
+  Sort_value (*value)(const Station&);
 };
-constexpr auto no_number = [](const Station&) { return std::int64_t{0}; };
-constexpr auto no_word = [](const Station&) { return std::string_view(); };
 constexpr std::array keys{
-    Sort_key{"name", no_number, no_word},
-    Sort_key{"block", [](const Station& s) { return std::int64_t{s.khz}; }, no_word},
-    Sort_key{"signal", [](const Station& s) { return -std::int64_t{s.rssi_dbuv}; }, no_word},
-    Sort_key{"kind", no_number, [](const Station& s) { return s.kind; }},
-    Sort_key{"type", no_number, [](const Station& s) { return s.programme_type; }},
-    Sort_key{"id", [](const Station& s) { return std::int64_t{s.service_id}; }, no_word}};
+    Sort_key{"name", [](const Station&) { return Sort_value(); }},
+    Sort_key{"block", [](const Station& s) { return Sort_value(s.khz, ""); }},
+    Sort_key{"signal", [](const Station& s) { return Sort_value(-s.rssi_dbuv, ""); }},
+    Sort_key{"kind", [](const Station& s) { return Sort_value(0, s.kind); }},
+    Sort_key{"type", [](const Station& s) { return Sort_value(0, s.programme_type); }},
+    Sort_key{"id", [](const Station& s) { return Sort_value(s.service_id, ""); }}};
 
 }  // namespace
 
@@ -227,19 +230,13 @@ std::vector<std::string> sort_keys() {
 void sort_stations(std::vector<Station>& stations, std::string_view key) {
   const auto* chosen = std::ranges::find(keys, key, &Sort_key::name);
   if (chosen == keys.end()) chosen = keys.begin();
-  using Place =
-      std::tuple<std::int64_t, std::string_view, std::string, std::uint32_t, std::uint32_t>;
-  std::vector<std::pair<Place, std::size_t>> order;  // the keys made once
-  for (const auto& s : stations) {
-    order.push_back(
-        {Place(chosen->number(s), chosen->word(s), natural_key(s.name), s.khz, s.service_id),
-         order.size()});
+  std::multimap<std::tuple<Sort_value, std::string, std::uint32_t, std::uint32_t>, Station> sorted;
+  for (auto& s : stations) {
+    std::tuple place(chosen->value(s), natural_key(s.name), s.khz, s.service_id);
+    sorted.emplace(std::move(place), std::move(s));
   }
-  std::ranges::sort(order);
-  std::vector<Station> sorted;
-  sorted.reserve(stations.size());
-  for (const auto& [place, index] : order) sorted.push_back(std::move(stations[index]));
-  stations = std::move(sorted);
+  stations.clear();
+  for (auto& [place, station] : sorted) stations.push_back(std::move(station));
 }
 
 }  // namespace kestrelctl

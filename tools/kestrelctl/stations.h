@@ -19,7 +19,6 @@ namespace kestrelctl {
 struct Station {
   std::string name;  ///< of an FM station without a name its frequency, "98.50 MHz"
   bool is_fm = false;
-  std::string block;  ///< "12C"; empty: FM, or a frequency that is not a block of band III
   std::uint32_t khz = 0;
   unsigned index = 0;              ///< in the frequency list of the scan; FM: 0
   std::uint32_t service_id = 0;    ///< FM: 0
@@ -35,9 +34,12 @@ struct Station {
   /// What keeps it from being played: "data service", "no audio" or "scrambled"; empty if nothing
   /// does.
   [[nodiscard]] std::string_view obstacle() const;
-  /// Where it is: "12C", "227.360 MHz" or "98.50 MHz".
+  /// Where it is: "12C", or what describe_frequency() says if it is not on a block of band III.
   [[nodiscard]] std::string place() const;
 };
+
+/// "12C, 227.360 MHz", "227.361 MHz" or, in the FM band, "98.50 MHz".
+std::string describe_frequency(std::uint32_t khz);
 
 Station make_station(const Block& block, const Service& service);
 /// Each station of the scans, the oldest of which comes first: of one that was found again on the

@@ -22,13 +22,6 @@ namespace {
 using namespace std::chrono_literals;
 using Lines = std::vector<std::pair<std::string, std::string>>;
 
-/// "12C, 227.360 MHz" or "98.50 MHz"
-std::string place_of(const Reception& reception) {
-  if (reception.firmware == Firmware::fm) return fmt::format("{:.2f} MHz", reception.khz / 1000.0);
-  const auto block = block_name(reception.khz);
-  return fmt::format("{}{}{:.3f} MHz", block, block.empty() ? "" : ", ", reception.khz / 1000.0);
-}
-
 /// What is known, a label and a value each, in the order in which people ask.
 Lines describe_lines(const Now& now) {
   Lines lines;
@@ -38,7 +31,7 @@ Lines describe_lines(const Now& now) {
     if (!value.empty()) lines.emplace_back(label, std::move(value));
   };
   add("Station", now.station ? now.station->name : is_fm ? now.rds.name() : "");
-  add("Tuned to", reception.khz == 0 ? "nothing" : place_of(reception));
+  add("Tuned to", reception.khz == 0 ? "nothing" : describe_frequency(reception.khz));
   if (is_fm) {
     add("Signal",
         fmt::format("{} dBuV, SNR {} dB, multipath {} %{}", reception.rssi_dbuv, reception.snr_db,
@@ -98,8 +91,9 @@ class Changes {
     const auto& reception = now.reception;
     auto heading = reception.firmware == Firmware::off ? "The receiver is off"
                    : reception.khz == 0                ? "Nothing is tuned"
-                   : now.station ? fmt::format("{}, {}", now.station->name, place_of(reception))
-                                 : place_of(reception);
+                   : now.station
+                       ? fmt::format("{}, {}", now.station->name, describe_frequency(reception.khz))
+                       : describe_frequency(reception.khz);
     if (reception.khz != 0 && !reception.is_received) heading += ", no signal";
     if (heading != heading_) print(heading_ = heading);
     const auto said = [&] {

@@ -4,59 +4,39 @@
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 
-#include <fstream>
 #include <iostream>
 #include <nlohmann/json.hpp>
 #include <set>
 
-#include "kestrelctl/output.h"
+#include "kestrelctl/files.h"
 #include "kestrelctl/text.h"
 
 namespace kestrelctl {
+
+NLOHMANN_DEFINE_TYPE_NON_INTRUSIVE(Station_reference, name, is_fm, khz, service_id, component_id)
+
 namespace {
 
 namespace fs = std::filesystem;
-using json = nlohmann::ordered_json;
+using nlohmann::json;
 
 constexpr std::string_view dab_prefix = "ensemblescan_", fm_prefix = "fmscan_";
 
-json describe(const Station_reference& station) {
-  return {{"name", station.name},
-          {"band", station.is_fm ? "FM" : "DAB"},
-          {"frequency_khz", station.khz},
-          {"service_id", station.service_id},
-          {"component_id", station.component_id}};
-}
-
-/// Throws json::exception for what is not as describe() has it; so do those below.
-std::uint32_t to_number(const json& value, std::uint32_t largest = 0xFFFFFFFF) {
-  if (!value.is_number_unsigned() || value.get<std::uint64_t>() > largest) {
-    throw std::out_of_range("a number");
-  }
-  return value.get<std::uint32_t>();
-}
-
-Station_reference to_reference(const json& value) {
-  return {.name = make_harmless(value.at("name").get<std::string>()),
-          .is_fm = value.at("band") == "FM",
-          .khz = to_number(value.at("frequency_khz")),
-          .service_id = to_number(value.at("service_id")),
-          .component_id = to_number(value.at("component_id"))};
-}
-
+/// Throws std::exception for what is not as Store::save() has it.
 Settings to_settings(const json& document) {
   Settings settings;
-  for (const auto& [number, station] : document.at("presets").items()) {
-    settings.presets[to_number(json::parse(number), highest_preset)] = to_reference(station);
+  document.at("presets").get_to(settings.presets);
+  document.at("location").get_to(settings.location);
+  if (document.contains("last")) settings.last = document["last"].get<Station_reference>();
+  if (document.contains("volume")) settings.volume = document["volume"].get<unsigned>();
+  const auto last_preset = settings.presets.rbegin();
+  if (settings.volume > highest_volume ||
+      (last_preset != settings.presets.rend() && last_preset->first > highest_preset)) {
+    throw std::out_of_range("a number");
   }
-  if (document.contains("last")) settings.last = to_reference(document["last"]);
-  if (document.contains("volume")) {
-    settings.volume = to_number(document["volume"], highest_volume);
-  }
-  for (std::size_t i = 0; i < settings.location.size(); ++i) {
-    settings.location[i] =
-        make_harmless(document.at("location").at(location_questions[i].key).get<std::string>());
-  }
+  for (auto& [number, station] : settings.presets) station.name = make_harmless(station.name);
+  for (auto& answer : settings.location) answer = make_harmless(answer);
+  if (settings.last) settings.last->name = make_harmless(settings.last->name);
   return settings;
 }
 
@@ -84,13 +64,10 @@ void make_directory(const fs::path& path) {
 Settings Store::settings() const {
   constexpr std::size_t most_bytes = 1U << 20U;
   const auto path = directory_ / "settings.json";
-  std::ifstream file(path, std::ios::binary);
-  if (!file) return {};
-  std::string text(most_bytes, '\0');
-  file.read(text.data(), std::ssize(text));
-  text.resize(static_cast<std::size_t>(file.gcount()));
+  const auto text = read_file(path, most_bytes);
+  if (!text) return {};
   try {
-    return to_settings(json::parse(text));
+    return to_settings(json::parse(*text));
   } catch (const std::exception&) {  // of the JSON library, or a number that cannot be
     set_aside(path);
     return {};
@@ -98,15 +75,9 @@ Settings Store::settings() const {
 }
 
 void Store::save(const Settings& settings) const {
-  json document{{"presets", json::object()}};
-  for (const auto& [number, station] : settings.presets) {
-    document["presets"][std::to_string(number)] = describe(station);
-  }
-  if (settings.last) document["last"] = describe(*settings.last);
+  json document{{"presets", settings.presets}, {"location", settings.location}};
+  if (settings.last) document["last"] = *settings.last;
   if (settings.volume) document["volume"] = *settings.volume;
-  for (std::size_t i = 0; i < settings.location.size(); ++i) {
-    document["location"][std::string(location_questions[i].key)] = settings.location[i];
-  }
   make_directory(directory_);
   (void)write_file_atomically(directory_ / "settings.json",
                               document.dump(2, ' ', false, json::error_handler_t::replace) + '\n');

@@ -15,11 +15,15 @@ constexpr char32_t replacement = 0xFFFD;
 
 /// ETSI TS 101 756, annex C: the complete EBU Latin based repertoire. The characters that steer a
 /// display (line break, end of headline, word break) keep their codes.
-constexpr std::u32string_view ebu_latin_low(
+constexpr std::u32string_view ebu_latin(
     U"\0ĘĮŲĂĖĎȘȚĊ\n\vĠĹŻŃ"
-    U"ąęįųăėďșțċŇĚġĺż\x1F",
-    32);
-constexpr std::u32string_view ebu_latin_high(
+    U"ąęįųăėďșțċŇĚġĺż\x1F"
+    U" !\"#ł%&'()*+,-./"
+    U"0123456789:;<=>?"
+    U"@ABCDEFGHIJKLMNO"
+    U"PQRSTUVWXYZ[Ů]Ł_"
+    U"Ąabcdefghijklmno"
+    U"pqrstuvwxyz«ů»ĽĦ"
     U"áàéèíìóòúùÑÇŞß¡Ÿ"
     U"âäêëîïôöûüñçşğıÿ"
     U"ĶŅ©ĢĞěňőŐ€£$ĀĒĪŪ"
@@ -27,25 +31,8 @@ constexpr std::u32string_view ebu_latin_high(
     U"ÁÀÉÈÍÌÓÒÚÙŘČŠŽÐĿ"
     U"ÂÄÊËÎÏÔÖÛÜřčšžđŀ"
     U"ÃÅÆŒŷÝÕØÞŊŔĆŚŹŤð"
-    U"ãåæœŵýõøþŋŕćśźťħ");
-static_assert(ebu_latin_low.size() == 32 && ebu_latin_high.size() == 128);
-
-struct Exception {
-  unsigned char byte;
-  char32_t code_point;
-};
-/// Where EBU Latin is not ASCII between 0x20 and 0x7F.
-constexpr std::array ebu_latin_exceptions{
-    Exception{0x24, U'ł'}, Exception{0x5C, U'Ů'}, Exception{0x5E, U'Ł'},
-    Exception{0x60, U'Ą'}, Exception{0x7B, U'«'}, Exception{0x7C, U'ů'},
-    Exception{0x7D, U'»'}, Exception{0x7E, U'Ľ'}, Exception{0x7F, U'Ħ'}};
-
-char32_t decode_ebu_latin(unsigned char byte) {
-  if (byte < 0x20) return ebu_latin_low[byte];
-  if (byte >= 0x80) return ebu_latin_high[byte - 0x80U];
-  const auto* found = std::ranges::find(ebu_latin_exceptions, byte, &Exception::byte);
-  return found == ebu_latin_exceptions.end() ? byte : found->code_point;
-}
+    U"ãåæœŵýõøþŋŕćśźťħ",
+    256);
 
 /// UTF-16, which is what UCS-2 has become: a character beyond the basic plane takes two units.
 std::u32string decode_ucs2(std::string_view bytes) {
@@ -68,35 +55,6 @@ std::u32string decode_ucs2(std::string_view bytes) {
 
 /// A code point as libutf8proc counts them.
 utf8proc_int32_t number(char32_t c) { return static_cast<utf8proc_int32_t>(c); }
-
-struct Range {
-  char32_t first;
-  char32_t last;
-};
-bool is_in(std::span<const Range> ranges, char32_t c) {
-  return std::ranges::any_of(ranges, [c](Range r) { return c >= r.first && c <= r.last; });
-}
-
-// What moves a cursor, changes colours or turns the direction of a line becomes a blank. The
-// preferred word break, as good as a soft hyphen, does not: it comes within a word.
-constexpr char32_t word_break = 0x1F;
-constexpr std::array controls{Range{0, word_break - 1}, Range{0x7F, 0x9F},
-                              Range{0x61C, 0x61C},      Range{0x200E, 0x200F},
-                              Range{0x2028, 0x202E},    Range{0x2066, 0x2069}};
-// Invisible beyond the property of that name: annotations, and what is set aside for the future.
-constexpr std::array invisible{Range{word_break, word_break}, Range{0x2060, 0x206F},
-                               Range{0xFFF0, 0xFFFB}, Range{0xE0000, 0xE0FFF}};
-// Text or picture: common after symbols.
-constexpr Range presentation_selectors{0xFE0E, 0xFE0F};
-
-bool is_invisible(char32_t c) {
-  return is_in(invisible, c) || (utf8proc_get_property(number(c))->ignorable != 0 &&
-                                 !is_in(std::span(&presentation_selectors, 1), c));
-}
-bool is_no_character(char32_t c) {
-  return (c & 0xFFFE) == 0xFFFE || (c >= 0xFDD0 && c <= 0xFDEF) || c > 0x10FFFF ||
-         (c >= 0xD800 && c <= 0xDFFF);
-}
 
 /// Letters that have no accent to take off but are written without it all the same, in lower case.
 struct Spelling {
@@ -139,19 +97,32 @@ std::u32string decode_characters(std::string_view bytes, unsigned charset) {
     if (charset == charset_utf8 || encode_utf8(code_points) == bytes) return code_points;
   }
   std::u32string code_points;
-  for (const char byte : bytes) code_points += decode_ebu_latin(static_cast<unsigned char>(byte));
+  for (const char byte : bytes) code_points += ebu_latin[static_cast<unsigned char>(byte)];
   return code_points;
 }
 
 std::string make_harmless(std::u32string_view code_points) {
+  constexpr char32_t word_break = 0x1F;  // a soft hyphen among the controls
+  constexpr std::u32string_view text_or_picture = U"\uFE0E\uFE0F";  // common after symbols
   std::u32string harmless;
   for (const char32_t c : code_points) {
-    if (is_in(controls, c)) {
-      harmless += U' ';
-    } else if (is_no_character(c)) {
-      harmless += replacement;
-    } else if (!is_invisible(c)) {
-      harmless += c;
+    switch (utf8proc_category(number(c))) {
+      case UTF8PROC_CATEGORY_CC:
+      case UTF8PROC_CATEGORY_ZL:
+      case UTF8PROC_CATEGORY_ZP:
+        if (c != word_break) harmless += U' ';
+        break;
+      case UTF8PROC_CATEGORY_CF:
+        break;
+      case UTF8PROC_CATEGORY_CN:
+      case UTF8PROC_CATEGORY_CS:
+        harmless += replacement;
+        break;
+      default:
+        if (utf8proc_get_property(number(c))->ignorable == 0 ||
+            text_or_picture.find(c) != std::u32string_view::npos) {
+          harmless += c;
+        }
     }
   }
   harmless.resize(harmless.find_last_not_of(U' ') + 1);

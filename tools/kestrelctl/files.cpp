@@ -1,17 +1,21 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
-#include "kestrelctl/output.h"
+#include "kestrelctl/files.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <array>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
 #include <stdexcept>
 
 #include "kestrelctl/text.h"
+#include "si468x/input_file.h"
 
 namespace kestrelctl {
 namespace {
@@ -41,6 +45,20 @@ void flush_directory(const fs::path& directory) {
 
 }  // namespace
 
+std::optional<std::string> read_file(const fs::path& path, std::size_t most_bytes) {
+  const Input_file file(std::fopen(path.c_str(), "rbe"));
+  if (!file) return std::nullopt;
+  // The files of proc and sysfs do not tell their length before they are read.
+  std::string text;
+  std::array<char, 65536> piece{};
+  while (const auto count = std::fread(
+             piece.data(), 1, std::min(piece.size(), most_bytes - text.size()), file.get())) {
+    text.append(piece.data(), count);
+  }
+  if (std::ferror(file.get()) != 0) return std::nullopt;
+  return text;
+}
+
 bool write_file_atomically(const fs::path& path, std::string_view text, If_present if_present) {
   constexpr mode_t mode = 0644;
   std::error_code error;
@@ -50,21 +68,19 @@ bool write_file_atomically(const fs::path& path, std::string_view text, If_prese
   auto beside = (directory / ".kestrelctl-XXXXXX").string();
   const int descriptor = mkostemp(beside.data(), O_CLOEXEC);
   if (descriptor < 0) refuse(path, std::strerror(errno));
-  bool is_written = write_all(descriptor, text) && fchmod(descriptor, mode) == 0;
-  int reason = errno;
-  is_written = close(descriptor) == 0 && is_written;
-  if (is_written) {
-    // A link, unlike a rename, fails where there is a file already.
-    const bool is_named = if_present == If_present::keep
-                              ? link(beside.c_str(), path.c_str()) == 0
-                              : std::rename(beside.c_str(), path.c_str()) == 0;
-    reason = is_named ? 0 : errno;
+  int reason = write_all(descriptor, text) && fchmod(descriptor, mode) == 0 ? 0 : errno;
+  if (close(descriptor) != 0 && reason == 0) reason = errno;
+  const unsigned flags = if_present == If_present::keep ? RENAME_NOREPLACE : 0;
+  if (reason == 0 && renameat2(AT_FDCWD, beside.c_str(), AT_FDCWD, path.c_str(), flags) != 0) {
+    reason = errno;
   }
-  if (!is_written || reason != 0 || if_present == If_present::keep) (void)unlink(beside.c_str());
-  if (is_written && reason == EEXIST && if_present == If_present::keep) return false;
-  if (!is_written || reason != 0) refuse(path, std::strerror(reason));
-  flush_directory(directory);
-  return true;
+  if (reason == 0) {
+    flush_directory(directory);
+    return true;
+  }
+  (void)unlink(beside.c_str());
+  if (reason == EEXIST) return false;
+  refuse(path, std::strerror(reason));
 }
 
 void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans) {

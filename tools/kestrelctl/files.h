@@ -1,9 +1,10 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// Files that are written: whole or not at all.
+// Files that are read up to a limit, and files that are written: whole or not at all.
 #pragma once
 
 #include <filesystem>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -11,6 +12,9 @@
 #include "kestrelctl/scan_file.h"
 
 namespace kestrelctl {
+
+/// The first `most_bytes` of a file; nothing, and errno, if it cannot be read.
+std::optional<std::string> read_file(const std::filesystem::path& path, std::size_t most_bytes);
 
 enum class If_present { replace, keep };
 
