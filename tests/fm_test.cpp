@@ -15,6 +15,8 @@ namespace {
 
 using Fm = Board;
 
+constexpr std::uint64_t never = 10'000'000;  // microseconds until a seek is given up
+
 constexpr const char* rsq =
     "FM RSQ status  |Signal Noise Ratio above high threshold:|Signal Noise Ratio below low "
     "threshold:|RSSI above high threshold:|RSSI below low threshold:|Seek band limit was hit:|"
@@ -36,35 +38,35 @@ TEST_F(Fm, TunesAndSeeksWaitForComplete) {
       {Si468x_tune_next_station, "frame 31 00 01 00 00 00", 60},
       {Si468x_tune_previous_station, "frame 31 00 03 00 00 00", 63}};
   const auto complete = frame(0x81, 0xC0);
-  const std::string untuned = "Could not tune to frequency\n\n";
+  const std::string tuned = "Tuned.\n\n", untuned = "Could not tune to frequency\n\n";
   for (const auto& [operation, sent, code] : cases) {
     play(complete, operation,
-         {{"refused", {.after = 1, .times = 1, .then = refused}, {.result = -2, .code = code}},
-          {"errors, then complete",
-           {.after = 2, .times = 5, .then = frame(0xC1, 0xC0)},
-           {.code = 114, .waited_us = 500'000}},
-          {"never",
-           {.after = 2, .times = 100, .then = ready},
-           {.code = code + 100, .waited_us = 10'000'000}},
-          {"never, with errors",
-           {.after = 2, .times = 100, .then = arbiter},
-           {.result = -1, .code = code + 100, .waited_us = 10'000'000}},
+         {{.what = "refused", .after = 1, .then = refused, .result = -2, .code = code},
+          {.after = 2, .times = 5, .then = frame(0xC1, 0xC0), .code = 114, .wait_us = 500'000},
+          {.after = 2, .times = 100, .then = ready, .code = code + 100, .wait_us = never},
+          {.after = 2,
+           .times = 100,
+           .then = arbiter,
+           .result = -1,
+           .code = code + 100,
+           .wait_us = never},
           {"at once"}});
     EXPECT_EQ(happened(), (Lines{sent, "read 7", "read 7"}));
     receive(true);  // the DAB firmware knows nothing of FM
     EXPECT_EQ(with_code(operation()), std::pair(-2, code));
   }
-  play(complete, [] { return tune_fm_freq(98'500); },
-       {{"at once", {}, {.waited_us = 500'000, .text = "Tuned.\n\n"}},
-        {"never",
-         {.after = 2, .times = 100, .then = ready},
-         {.code = 166, .waited_us = 10'500'000, .text = "Tuned.\n\n"}},
-        {"never, with errors",
-         {.after = 2, .times = 100, .then = refused},
-         {.result = -1, .code = 166, .waited_us = 10'000'000, .text = untuned}},
-        {"refused",
-         {.after = 1, .times = 1, .then = refused},
-         {.result = -1, .code = 66, .text = untuned}}});
+  play(
+      complete, [] { return tune_fm_freq(98'500); },
+      {{.what = "at once", .wait_us = 500'000, .text = tuned},
+       {.after = 2, .times = 100, .then = ready, .code = 166, .wait_us = 10'500'000, .text = tuned},
+       {.after = 2,
+        .times = 100,
+        .then = refused,
+        .result = -1,
+        .code = 166,
+        .wait_us = never,
+        .text = untuned},
+       {.after = 1, .then = refused, .result = -1, .code = 66, .text = untuned}});
 }
 
 TEST_F(Fm, SeeksGoFromAnyPlaceToTheNearestReceivableStation) {

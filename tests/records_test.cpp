@@ -111,13 +111,14 @@ TEST_F(Records, FailedReadKeepsTheRecord) {
   const auto before = printed(print);
   for (const auto& [read, code] : reads) {
     play(ones, read,
-         {{"refused", {.after = 2, .times = 1, .then = dead}, {.result = -2, .code = code}},
-          {"error",
-           {.after = 2, .times = 1, .then = frame(0x80, 0xC2, Bytes(19, 0xFF))},
-           {.result = -1, .code = code}},
-          {"never ready",
-           {.after = 1, .times = 50, .then = busy},
-           {.result = -3, .code = code, .waited_us = 1'227'500}}});
+         {{.what = "refused", .after = 2, .then = dead, .result = -2, .code = code},
+          {.after = 2, .then = frame(0x80, 0xC2, Bytes(19, 0xFF)), .result = -1, .code = code},
+          {.after = 1,
+           .times = 50,
+           .then = busy,
+           .result = -3,
+           .code = code,
+           .wait_us = 1'227'500}});
   }
   EXPECT_EQ(printed(print), before);
 }

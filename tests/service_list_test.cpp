@@ -183,10 +183,8 @@ TEST_F(Service_list, SizeIsBoundedBeforeTheListIsRead) {
        {std::pair(0, 326U), {1, 326}, {5, 326}, {4090, 126}, {65535, 126}}) {
     play(sized(Bytes(99, 1), std::size_t(size)),
          [&] { return list.get_new_list(reply_array.data()); },
-         {{"never ready",
-           {.after = 1, .times = 50, .then = busy},
-           {.result = -3, .code = 26, .waited_us = 1'227'500}},
-          {"", {}, {.result = -4, .code = code}}});
+         {{.after = 1, .times = 50, .then = busy, .result = -3, .code = 26, .wait_us = 1'227'500},
+          {.result = -4, .code = code}});
     EXPECT_EQ(happened().back(), "read 7");
   }
   EXPECT_EQ(std::tuple(list.ServiceListVersion, list.NumberServices), std::tuple(0x1234, 9));
@@ -195,21 +193,14 @@ TEST_F(Service_list, SizeIsBoundedBeforeTheListIsRead) {
   const std::string empty =
       "\"DigitalServiceList\": {\n\"ServiceListVersion\": 0,\n\"NumberServices\": 0,\n"
       "\"ServiceList\": [\n]\n}";
-  play(sized(Bytes(4096, 0), 4089), print_digital_service_list, {{"longest", {}, {.text = empty}}});
+  play(sized(Bytes(4096, 0), 4089), print_digital_service_list,
+       {{.what = "longest", .text = empty}});
   EXPECT_EQ(happened().back(), "read 4096");
   play(sized(Bytes(99, 1), 99), print_digital_service_list,
-       {{"size with an error",
-         {.after = 2, .times = 1, .then = arbiter},
-         {.code = 26, .text = empty}},
-        {"too long",
-         {.after = 2, .times = 1, .then = reply({0xFA, 0x0F})},
-         {.code = 126, .text = empty}},
-        {"list never ready",
-         {.after = 4, .times = 50, .then = busy},
-         {.code = 226, .waited_us = 1'227'500, .text = empty}},
-        {"list with an error",
-         {.after = 5, .times = 1, .then = frame(0x80, 0xC1, Bytes(99, 1))},
-         {.code = 226, .text = empty}}});
+       {{.what = "size with an error", .after = 2, .then = arbiter, .code = 26, .text = empty},
+        {.what = "too long", .after = 2, .then = reply({0xFA, 0x0F}), .code = 126, .text = empty},
+        {.after = 4, .times = 50, .then = busy, .code = 226, .wait_us = 1'227'500, .text = empty},
+        {.after = 5, .then = frame(0x80, 0xC1, Bytes(99, 1)), .code = 226, .text = empty}});
 }
 
 }  // namespace
