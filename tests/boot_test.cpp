@@ -15,13 +15,14 @@ namespace {
 
 using Boot = Board;
 
-const Bytes loader = frame(0x80, 0x80);  // CTS, boot loader running
+const Bytes loader = frame(0x80, 0x80);   // CTS, boot loader running
+const Bytes overrun = frame(0x80, 0xD0);  // the same of a firmware, and a frame overrun
 
 // Frames before the first block of the patch: POWER_UP and two reads, LOAD_INIT and one. A block is
 // two frames, its own and a status read.
-constexpr std::size_t before_patch = 5;
-constexpr std::size_t before_image = before_patch + 2 + 2 + 2;
-constexpr std::size_t before_boot = before_image + 256;  // the DAB image has 128
+constexpr std::size_t at_patch = 5;
+constexpr std::size_t at_image = at_patch + 2 + 2 + 2;
+constexpr std::size_t at_boot = at_image + 256;  // the DAB image has 128
 
 /// What arrived behind the HOST_LOAD headers.
 Bytes loaded() {
@@ -36,7 +37,7 @@ TEST_F(Boot, SendsPatchAndImageWholeAndInOrder) {
   const std::tuple<unsigned char, const unsigned char*, std::size_t, std::size_t> cases[]{
       {1, fw_dab_radio_5_0_5bin, 127, 1764}, {0, fw_fmhd_radio_5_0_4bin, 129, 2312}};
   for (const auto& [dab, image, full_blocks, rest] : cases) {
-    start().answer(loader, before_image + 2 * (full_blocks + 1)).by_default(ready);
+    start().answer(loader, at_image + 2 * (full_blocks + 1)).by_default(ready);
     const auto boot = [is_dab = dab] { EXPECT_EQ(power_up_and_load_fw(is_dab), 1); };
     EXPECT_EQ(printed(boot), "Boot up successful\n\n");
     // Crystal oscillator of 19.2 MHz, bias 127 and in run mode 24, load capacitance 32.
@@ -71,35 +72,31 @@ TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
       {.after = 1, .then = refused, .code = 4, .wait_us = powered, .text = no_power_up},
       {.after = 2, .then = frame(0x80, 0x90), .code = 104, .wait_us = powered, .text = no_power_up},
       {.after = 2, .then = ready, .code = 104, .wait_us = powered, .text = no_power_up},
-      {.after = before_patch + 3,
+      {.after = at_patch + 3,
        .then = refused,
        .code = 108,
        .wait_us = no_patch_us,
        .text = no_patch},
-      {.after = before_patch + 1,
+      {.after = at_patch + 1,
        .times = 50,
        .then = busy,
        .code = 108,
        .wait_us = no_patch_us + never,
        .text = no_patch},
-      {.after = before_image + 5,
+      {.after = at_image + 5,
        .then = arbiter,
        .code = 108,
        .wait_us = no_image_us,
        .text = no_image},
-      {.after = before_image + 1,
+      {.after = at_image + 1,
        .times = 50,
        .then = busy,
        .code = 108,
        .wait_us = no_image_us + never,
        .text = no_image},
-      {.after = before_patch - 1, .then = refused, .code = 110, .wait_us = loaded, .text = no_boot},
-      {.after = before_boot + 1, .then = refused, .code = 10, .wait_us = loaded, .text = no_boot},
-      {.after = before_boot + 2,
-       .then = frame(0x80, 0xD0),
-       .code = 110,
-       .wait_us = loaded,
-       .text = no_boot}};
+      {.after = at_patch - 1, .then = refused, .code = 110, .wait_us = loaded, .text = no_boot},
+      {.after = at_boot + 1, .then = refused, .code = 10, .wait_us = loaded, .text = no_boot},
+      {.after = at_boot + 2, .then = overrun, .code = 110, .wait_us = loaded, .text = no_boot}};
   Marking_chip chip(chip_);
   const auto boot = [&] {
     sim::attach(chip);

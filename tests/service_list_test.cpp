@@ -113,39 +113,34 @@ TEST_F(Service_list, HostileListIsReadOnlyAsFarAsItGoes) {
   };
   struct Hostile {
     const char* what;
-    std::vector<Bytes> entries;
-    std::size_t cut;  ///< bytes left out at the end
-    std::vector<Shown> services;
+    std::vector<Shown> services = {};
+    std::vector<Bytes> entries = {};
+    std::size_t cut = 0;  ///< bytes left out at the end
   };
-  const Hostile lists[]{{.what = "no services", .entries = {}, .cut = 0, .services = {}},
-                        {.what = "no entry at all",
-                         .entries = {},
-                         .cut = 0,
-                         .services = {{327, ' '}, {127, ' '}, {127, ' '}}},
-                        {.what = "first entry a byte short",
-                         .entries = {entry('A', 0, 0)},
-                         .cut = 1,
-                         .services = {{327, ' '}, {127, ' '}}},
-                        {.what = "all there",
-                         .entries = {entry('A', 0, 0), entry('B', 15, 15), entry('C', 1, 1)},
-                         .cut = 0,
-                         .services = {{0, 'A'}, {0, 'B', 15, 15}, {0, 'C', 1, 1}}},
-                        {.what = "more services than entries",
-                         .entries = {entry('A', 1, 1)},
-                         .cut = 0,
-                         .services = {{0, 'A', 1, 1}, {327, 'A', 1, 1}, {127, 'A', 1, 1}}},
-                        {.what = "second entry a byte short",
-                         .entries = {entry('A', 1, 1), entry('B', 0, 0)},
-                         .cut = 1,
-                         .services = {{0, 'A', 1, 1}, {327, 'A', 1, 1}, {127, 'A', 1, 1}}},
-                        {.what = "last component a byte short",
-                         .entries = {entry('A', 0, 0), entry('B', 2, 2)},
-                         .cut = 1,
-                         .services = {{0, 'A'}, {427, 'B', 2, 0}, {227, 'B', 2, 0}}},
-                        {.what = "components of the first run past the end",
-                         .entries = {entry('A', 15, 14)},
-                         .cut = 0,
-                         .services = {{427, 'A', 15, 0}, {227, 'A', 15, 0}}}};
+  const std::vector<Hostile> lists{
+      {.what = "no services"},
+      {.what = "no entry at all", .services = {{327, ' '}, {127, ' '}, {127, ' '}}},
+      {.what = "first entry a byte short",
+       .services = {{327, ' '}, {127, ' '}},
+       .entries = {entry('A', 0, 0)},
+       .cut = 1},
+      {.what = "all there",
+       .services = {{0, 'A'}, {0, 'B', 15, 15}, {0, 'C', 1, 1}},
+       .entries = {entry('A', 0, 0), entry('B', 15, 15), entry('C', 1, 1)}},
+      {.what = "more services than entries",
+       .services = {{0, 'A', 1, 1}, {327, 'A', 1, 1}, {127, 'A', 1, 1}},
+       .entries = {entry('A', 1, 1)}},
+      {.what = "second entry a byte short",
+       .services = {{0, 'A', 1, 1}, {327, 'A', 1, 1}, {127, 'A', 1, 1}},
+       .entries = {entry('A', 1, 1), entry('B', 0, 0)},
+       .cut = 1},
+      {.what = "last component a byte short",
+       .services = {{0, 'A'}, {427, 'B', 2, 0}, {227, 'B', 2, 0}},
+       .entries = {entry('A', 0, 0), entry('B', 2, 2)},
+       .cut = 1},
+      {.what = "components of the first run past the end",
+       .services = {{427, 'A', 15, 0}, {227, 'A', 15, 0}},
+       .entries = {entry('A', 15, 14)}}};
   for (const auto& row : lists) {
     SCOPED_TRACE(row.what);
     Bytes list{4, 3, std::uint8_t(row.services.size()), 0, 0, 0};

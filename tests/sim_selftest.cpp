@@ -73,33 +73,6 @@ TEST(SimulatedBoard, StopsItsClockWhileTheReceiveFifoIsFull) {
   EXPECT_EQ(sim::violations().size(), 1U);
 }
 
-TEST(SimulatedReceiver, BootsOnlyFromAWholePatchAndAWholeImage) {
-  const struct {
-    std::size_t patch, image;
-    std::uint8_t status_0, status_3, running;  // running: what GET_SYS_STATE reports
-  } rows[] = {{5796, 521448, 0x80, 0xC0, 2},
-              {5796, 530180, 0x80, 0xC0, 1},
-              {5795, 521448, 0xC0, 0x80, 0},
-              {5796, 521447, 0xC0, 0x80, 0}};
-  for (const auto& row : rows) {
-    start();
-    bcm2835_gpio_write(23, HIGH);
-    ask({0x01, 0, 0x1F, 0x7F, 0, 0xF8, 0x24, 1, 0x20, 0x10, 0, 0, 0, 0x18, 0, 0});  // 19.2 MHz
-    for (std::size_t left : {row.patch, row.image}) {
-      frame({0x06, 0x00});
-      while (left > 0) {
-        Bytes load(4 + std::min<std::size_t>(left, 4092));
-        load[0] = 0x04;
-        left -= load.size() - 4;
-        frame(load);
-      }
-    }
-    const Bytes booted = ask({0x07, 0x00});
-    EXPECT_EQ(booted, (Bytes{0xFF, row.status_0, 0, 0, row.status_3})) << row.image;
-    EXPECT_EQ(ask({0x09, 0x00}, 7)[5], row.running);
-  }
-}
-
 TEST(SimulatedReceiver, RefusesWhatTheChipRefusesAndSaysWhy) {
   const std::tuple<bool, Bytes, std::string> rows[]{
       {true, {0x77, 0}, "unknown"},
@@ -119,18 +92,14 @@ TEST(SimulatedReceiver, RefusesWhatTheChipRefusesAndSaysWhy) {
 
 TEST(SimulatedReceiver, TakesTimeToReceiveAnEnsembleAndLosesItWithTheAntenna) {
   start_booted(true);
-  EXPECT_EQ(ask({0xB0, 0, 33, 0, 0, 0})[1], 0x80);  // the tune goes on
+  ask({0xB0, 0, 33, 0, 0, 0});
   sim::pass_time(300ms);
-  const Bytes tuned = ask({0xB2, 0}, 24);
-  EXPECT_EQ(tuned[1], 0x81);
-  EXPECT_EQ(tuned[6] & 0x05, 0x01);                                         // valid, not acquired
-  EXPECT_EQ(Bytes(&tuned[13], &tuned[18]), (Bytes{0x20, 0x78, 3, 0, 33}));  // 227360 kHz
-  EXPECT_EQ(ask({0xB3, 1}, 9)[6] & 1, 0);
+  EXPECT_EQ(ask({0xB2, 0}, 24)[6] & 0x05, 0x01);  // valid, not yet acquired
+  EXPECT_EQ(ask({0xB3, 1}, 9)[6] & 1, 0);         // no list
   sim::pass_time(500ms);
   EXPECT_EQ(ask({0xB2, 0}, 24)[6] & 0x05, 0x05);
-  EXPECT_EQ(ask({0xB3, 1}, 9)[5] & 1, 1);   // a new list
-  EXPECT_EQ(ask({0xB3, 1}, 9)[5] & 1, 0);   // was acknowledged
-  EXPECT_EQ(ask({0x84, 0}, 25)[5] & 1, 0);  // nothing plays, no packet
+  EXPECT_EQ(ask({0xB3, 1}, 9)[5] & 1, 1);  // a new list
+  EXPECT_EQ(ask({0xB3, 1}, 9)[5] & 1, 0);  // was acknowledged
   ask({0x81, 0, 0, 0, 0xB5, 0x43, 0, 0, 12, 0, 0, 0});
   sim::pass_time(20s);
   EXPECT_EQ(ask({0x84, 0}, 25)[5] & 3, 3);  // a packet is there, and others were lost

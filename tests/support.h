@@ -160,7 +160,8 @@ class Board : public testing::Test {
   template <class Operation>
   void play(const Bytes& good, Operation operation, const std::vector<Script>& scripts = {{}}) {
     for (const auto& script : scripts) {
-      SCOPED_TRACE(testing::Message() << "script " << &script - scripts.data() << script.what);
+      SCOPED_TRACE(testing::Message()
+                   << "script " << &script - scripts.data() << ' ' << script.what);
       start().answer(good, script.after).by_default(good);
       if (!script.then.empty()) chip_->answer(script.then, script.times);
       EXPECT_EQ(printed([&] { EXPECT_EQ(operation(), script.result); }), script.text);
