@@ -17,7 +17,6 @@
 namespace {
 
 using sim::board;
-using Spi_settings = sim::Peripherals::Spi_settings;
 
 /// Where bcm2835_spi0 points. Only the addresses count: product code reaches the words through
 /// bcm2835_peri_*, and what they hold is in the peripherals.
@@ -27,38 +26,21 @@ volatile std::uint32_t* unmapped() noexcept {
   return static_cast<volatile std::uint32_t*>(MAP_FAILED);
 }
 
-/// Names of the values 0, 1, ... of a number; beyond them it is written as a number.
-using Words = std::array<const char*, 3>;
-constexpr Words functions = {"in", "out"};
-constexpr Words pulls = {"off", "down", "up"};
-constexpr Words levels = {"low", "high"};
-constexpr Words bit_orders = {"lsb", "msb"};
-
-std::string in_words(unsigned number, const Words& words) {
-  const bool has_word = number < words.size() && words[number] != nullptr;
-  return has_word ? words[number] : std::to_string(number);
-}
-
-void log(const std::string& name, const std::string& last = "") {
-  board().log({.at = board().clock.now(), .text = last.empty() ? name : name + ' ' + last});
-}
-void log(const std::string& name, unsigned pin, const std::string& last) {
-  log(name + ' ' + std::to_string(pin), last);
-}
+void log(const std::string& text) { board().log({.at = board().clock.now(), .text = text}); }
 
 /// The peripherals, if they may be used; null, and a violation, before bcm2835_init.
-sim::Peripherals* mapped(const char* caller) {
+sim::Peripherals* mapped(const std::string& call) {
   sim::Peripherals& peripherals = board().peripherals;
-  return peripherals.is_mapped(caller) ? &peripherals : nullptr;
+  return peripherals.is_mapped(call) ? &peripherals : nullptr;
 }
 
-template <class Change>
-void change_spi(const char* caller, Change change) {
-  if (auto* const peripherals = mapped(caller)) {
-    Spi_settings settings = peripherals->spi_settings();
-    change(settings);
-    peripherals->set_spi(settings);
-  }
+/// Log a call, for the peripherals that it changes.
+sim::Peripherals* called(const std::string& call) {
+  log(call);
+  return mapped(call);
+}
+std::string text(const char* name, unsigned number, const char* word = "") {
+  return std::string(name) + ' ' + std::to_string(number) + word;
 }
 
 /// The word of SPI0 at `address`; nothing, and a violation, for memory that is not SPI0's.
@@ -101,60 +83,52 @@ int bcm2835_close(void) {
 }
 
 void bcm2835_gpio_fsel(uint8_t pin, uint8_t mode) {
-  log("fsel", pin, in_words(mode, functions));
-  if (auto* const pins = mapped("bcm2835_gpio_fsel")) {
-    pins->set_function(pin, mode == BCM2835_GPIO_FSEL_OUTP);
-  }
+  const bool is_output = mode == BCM2835_GPIO_FSEL_OUTP;
+  auto* const pins = called(text("fsel", pin, is_output ? " out" : " in"));
+  if (pins != nullptr) pins->set_function(pin, is_output);
 }
 
 void bcm2835_gpio_set_pud(uint8_t pin, uint8_t pud) {
-  log("pud", pin, in_words(pud, pulls));
-  (void)mapped("bcm2835_gpio_set_pud");
+  constexpr std::array words = {" off", " down", " up"};
+  (void)called(text("pud", pin, words.at(pud)));
 }
 
 void bcm2835_gpio_write(uint8_t pin, uint8_t on) {
-  log("gpio", pin, on == LOW ? "low" : "high");
-  if (auto* const pins = mapped("bcm2835_gpio_write")) pins->set_level(pin, on != LOW);
+  auto* const pins = called(text("gpio", pin, on == LOW ? " low" : " high"));
+  if (pins != nullptr) pins->set_level(pin, on != LOW);
 }
 
 int bcm2835_spi_begin(void) {
-  log("spi_begin");
-  return board().peripherals.begin_spi() ? 1 : 0;
+  auto* const peripherals = called("spi_begin");
+  return peripherals != nullptr && peripherals->begin_spi() ? 1 : 0;
 }
 
 void bcm2835_spi_end(void) {
-  log("spi_end");
-  if (auto* const peripherals = mapped("bcm2835_spi_end")) peripherals->end_spi();
+  if (auto* const peripherals = called("spi_end")) peripherals->end_spi();
 }
 
 void bcm2835_spi_setBitOrder(uint8_t order) {
-  log("bit_order", in_words(order, bit_orders));
-  change_spi("bcm2835_spi_setBitOrder", [order](Spi_settings& settings) {
-    settings.is_most_significant_first = order == BCM2835_SPI_BIT_ORDER_MSBFIRST;
-  });
+  const bool is_msb_first = order == BCM2835_SPI_BIT_ORDER_MSBFIRST;
+  auto* const peripherals = called(is_msb_first ? "bit_order msb" : "bit_order lsb");
+  if (peripherals != nullptr) peripherals->spi.is_most_significant_first = is_msb_first;
 }
 
 void bcm2835_spi_setDataMode(uint8_t mode) {
-  log("mode", std::to_string(mode));
-  change_spi("bcm2835_spi_setDataMode", [mode](Spi_settings& settings) { settings.mode = mode; });
+  if (auto* const peripherals = called(text("mode", mode))) peripherals->spi.mode = mode;
 }
 
 void bcm2835_spi_setClockDivider(uint16_t divider) {
-  log("divider", std::to_string(divider));
-  change_spi("bcm2835_spi_setClockDivider",
-             [divider](Spi_settings& settings) { settings.divider = divider; });
+  auto* const peripherals = called(text("divider", divider));
+  if (peripherals != nullptr) peripherals->spi.divider = divider != 0 ? divider : 65536;
 }
 
 void bcm2835_spi_chipSelect(uint8_t cs) {
-  log("cs", std::to_string(cs));
-  change_spi("bcm2835_spi_chipSelect", [cs](Spi_settings& settings) { settings.chip_select = cs; });
+  if (auto* const peripherals = called(text("cs", cs))) peripherals->spi.chip_select = cs;
 }
 
 void bcm2835_spi_setChipSelectPolarity(uint8_t cs, uint8_t active) {
-  log("cs_polarity", cs, in_words(active, levels));
-  change_spi("bcm2835_spi_setChipSelectPolarity", [cs, active](Spi_settings& settings) {
-    if (cs == BCM2835_SPI_CS0) settings.active_level = active;
-  });
+  auto* const peripherals = called(text("cs_polarity", cs, active == LOW ? " low" : " high"));
+  if (peripherals != nullptr && cs == BCM2835_SPI_CS0) peripherals->spi.active_level = active;
 }
 
 void bcm2835_spi_transfern(char* buf, uint32_t len) {
@@ -177,12 +151,12 @@ void bcm2835_spi_transfern(char* buf, uint32_t len) {
 }
 
 void bcm2835_delay(unsigned int millis) {
-  log("delay_ms", std::to_string(millis));
+  log(text("delay_ms", millis));
   board().clock.wait(std::chrono::milliseconds(millis));
 }
 
 void bcm2835_delayMicroseconds(uint64_t micros) {
-  log("delay_us", std::to_string(micros));
+  log("delay_us " + std::to_string(micros));
   board().clock.wait(std::chrono::microseconds(static_cast<std::int64_t>(micros)));
 }
 

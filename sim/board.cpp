@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// The board, its directory and its settings from the environment, which nothing
-// else reads.
+// The board, its directory and its settings from the environment, which nothing else reads.
 #include "sim/board.h"
 
 #include <fcntl.h>
@@ -157,11 +156,6 @@ void Board::save_if_changed() {
 void Board::look_at_antenna() {
   if (directory_.empty()) return;
   air.has_antenna = ::access((directory_ / "antenna_out").c_str(), F_OK) != 0;
-}
-
-void Board::attach(Spi_device& device) {
-  device_ = &device;
-  peripherals.set_spi(peripherals.spi_settings());
 }
 
 void Board::log(Event event) {

@@ -1,10 +1,9 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// The simulated board: everything on it put together, and what tests see of it.
-// They switch it on with settings, hang another device on its bus, steer what is
-// on the air, and read back what happened. Programs linked with the simulator need
-// none of this: without power_on() the environment is read when the board is first
-// used.
+// The simulated board: everything on it put together, and what tests see of it. They switch it on
+// with settings, hang another device on its bus, steer what is on the air, and read back what
+// happened. Programs linked with the simulator need none of this: without power_on() the
+// environment is read when the board is first used.
 #pragma once
 
 #include <chrono>
@@ -67,7 +66,7 @@ class Board {
 
   /// The device on the bus: the receiver, with its faults, unless a test attached another.
   Spi_device& device() { return *device_; }
-  void attach(Spi_device& device);
+  void attach(Spi_device& device) { device_ = &device; }
 
   /// See whether somebody has pulled the antenna or put it back.
   void look_at_antenna();
@@ -149,9 +148,8 @@ inline std::chrono::nanoseconds waited() { return board().clock.waited(); }
 /// Bytes clocked over SPI0 since power_on(), 1.024 us each at divider 32.
 inline std::uint64_t wire_bytes() { return board().wire_bytes; }
 
-/// What no correct host does, in plain words with simulated time: library calls
-/// out of order, FIFO overruns, and every command that the receiver refused or
-/// dropped, with the reason.
+/// What no correct host does, in plain words with simulated time: library calls out of order, FIFO
+/// overruns, and every command that the receiver refused or dropped, with the reason.
 inline const std::vector<std::string>& violations() { return board().violations; }
 
 // -- Steering the world -----------------------------------------------------

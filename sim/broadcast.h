@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// What is on the air, as plain data: DAB multiplexes and FM stations with the
-// figures at which the simulated antenna receives them. The receiver reads it;
-// tests change it. All names are invented.
+// What is on the air, as plain data: DAB multiplexes and FM stations with the figures at which the
+// simulated antenna receives them. The receiver reads it; tests change it. All names are invented.
 #pragma once
 
 #include <array>
@@ -42,16 +41,14 @@ struct Text {
   std::chrono::milliseconds lasts = std::chrono::seconds(12);  ///< DAB; FM texts take 21 s
 };
 
-/// The segments of a text and the command that tags its parts, in the order in
-/// which a DAB station sends them (ETSI EN 300 401, 7.4.5.2; ETSI TS 102 980); for
-/// a text without characters the command that clears the display. Each is the data
-/// of one packet: a prefix of two bytes, up to 16 bytes, and a zero. `toggle`
-/// differs from one text to the next.
+/// The segments of a text and the command that tags its parts, in the order in which a DAB station
+/// sends them (ETSI EN 300 401, 7.4.5.2; ETSI TS 102 980); for a text without characters the
+/// command that clears the display. Each is the data of one packet: a prefix of two bytes, up to 16
+/// bytes, and a zero. `toggle` differs from one text to the next.
 std::vector<std::vector<std::uint8_t>> dynamic_label_packets(const Text& text, bool toggle);
 
 struct Service {
-  std::uint32_t id =
-      0;  ///< audio: 16 bits, country id in 15..12; data: ECC 31..24, country id 23..20
+  std::uint32_t id = 0;  ///< audio: country id in bits 15..12; data: ECC 31..24, country id 23..20
   bool is_data = false;
   std::string label = {};  ///< up to 16 bytes in the multiplex's character set
   std::uint8_t program_type = 0;
@@ -100,15 +97,10 @@ struct Fm_station {
   std::string ps = {};                               ///< programme service name, up to 8 characters
   std::vector<Text> texts = {};                      ///< radiotexts, sent in turn
   std::vector<std::uint32_t> alternatives_khz = {};  ///< up to 8 alternative frequencies
-  std::int8_t half_hours_east = 2;                   ///< local time minus UTC
 };
 
 struct Air {
   bool has_antenna = true;  ///< false: nothing but noise reaches the receiver
-  /// Percent of the blocks of RDS groups that cannot be corrected: they arrive as noise at error
-  /// level 3. The seed says which.
-  unsigned rds_errors_percent = 0;
-  std::uint32_t rds_error_seed = 0;
   std::vector<Ensemble> ensembles = {};
   std::vector<Fm_station> stations = {};
 };

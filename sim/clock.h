@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// Simulated time: it moves when bytes are clocked and when the program waits.
-// With the real clock waits sleep as well, and time spent outside the simulator
-// (somebody typing an answer) counts too.
+// Simulated time: it moves when bytes are clocked and when the program waits. With the real clock
+// waits sleep as well, and time spent outside the simulator (somebody typing an answer) counts too.
 #pragma once
 
 #include <chrono>

@@ -135,20 +135,20 @@ Refusal event_status(Receiver& chip, Frame frame) {
 Refusal get_time(Receiver& chip, Frame frame) {
   constexpr std::uint8_t coordinated_universal = 1;
   if (frame[1] != coordinated_universal) return "only UTC is transmitted";
-  chip.reply.assign(7, 0);
-  if (!has_happened(chip, received(chip).time)) return nullptr;
+  if (!has_happened(chip, received(chip).time)) {
+    chip.reply.assign(7, 0);
+    return nullptr;
+  }
   const auto utc = chip.clock.utc(chip.now());
   const auto day = std::chrono::floor<std::chrono::days>(utc);
   const std::chrono::year_month_day date(day);
-  const std::chrono::hh_mm_ss time(utc - day);
-  const auto year = static_cast<unsigned>(static_cast<int>(date.year()));
-  chip.reply = {static_cast<std::uint8_t>(year),
-                static_cast<std::uint8_t>(year >> 8),
-                static_cast<std::uint8_t>(static_cast<unsigned>(date.month())),
-                static_cast<std::uint8_t>(static_cast<unsigned>(date.day())),
-                static_cast<std::uint8_t>(time.hours().count()),
-                static_cast<std::uint8_t>(time.minutes().count()),
-                static_cast<std::uint8_t>(time.seconds().count())};
+  const auto second = static_cast<unsigned>((utc - day).count());
+  append(chip.reply, static_cast<unsigned>(static_cast<int>(date.year())), 2);
+  append(chip.reply, static_cast<unsigned>(date.month()), 1);
+  append(chip.reply, static_cast<unsigned>(date.day()), 1);
+  append(chip.reply, second / 3600, 1);
+  append(chip.reply, second / 60 % 60, 1);
+  append(chip.reply, second % 60, 1);
   return nullptr;
 }
 

@@ -23,6 +23,7 @@ constexpr Time seek_step_time = 15ms;
 constexpr std::uint32_t seek_bottom_khz = 87500;
 constexpr std::uint32_t seek_top_khz = 108000;
 constexpr std::uint32_t seek_step_khz = 100;
+constexpr std::uint32_t channels = (seek_top_khz - seek_bottom_khz) / seek_step_khz + 1;
 constexpr std::uint8_t lowest_valid_rssi_dbuv = 17;
 constexpr std::uint8_t lowest_valid_snr_db = 10;
 
@@ -54,18 +55,15 @@ Refusal fm_seek(Receiver& chip, Frame frame) {
   // From between two channels the first step goes to the next one in the seek's direction.
   const std::uint32_t offset =
       std::clamp(chip.state.khz, seek_bottom_khz, seek_top_khz) - seek_bottom_khz;
-  std::uint32_t khz =
-      seek_bottom_khz + (offset + (is_up ? 0 : seek_step_khz - 1)) / seek_step_khz * seek_step_khz;
+  std::uint32_t channel = (offset + (is_up ? 0 : seek_step_khz - 1)) / seek_step_khz;
+  std::uint32_t khz = seek_bottom_khz + channel * seek_step_khz;
   bool has_hit_limit = false;
   std::uint32_t steps = 0;
-  while (steps <= (seek_top_khz - seek_bottom_khz) / seek_step_khz) {
-    if (khz == limit) {
-      has_hit_limit = true;
-      if ((frame[2] & wraps) == 0) break;
-      khz = is_up ? seek_bottom_khz : seek_top_khz;
-    } else {
-      khz = is_up ? khz + seek_step_khz : khz - seek_step_khz;
-    }
+  while (steps < channels) {
+    has_hit_limit = has_hit_limit || khz == limit;
+    if (khz == limit && (frame[2] & wraps) == 0) break;
+    channel = (channel + (is_up ? 1 : channels - 1)) % channels;
+    khz = seek_bottom_khz + channel * seek_step_khz;
     ++steps;
     const Fm_station* const station = station_at(chip, khz);
     if (station != nullptr && is_receivable(*station)) break;
@@ -101,14 +99,10 @@ Refusal rsq_status(Receiver& chip, Frame frame) {
                      flag(is_complete && filtered_hd >= hd_threshold, 4),
                      flag(is_complete && here.is_beside_station, 1), flag(here.is_valid, 0)));
   append(out, state.khz / unit_khz, 2);
-  out.push_back(static_cast<std::uint8_t>(station.offset));
-  out.push_back(station.rssi_dbuv);
-  out.push_back(station.snr_db);
-  out.push_back(station.multipath);
+  out.insert(out.end(), {static_cast<std::uint8_t>(station.offset), station.rssi_dbuv,
+                         station.snr_db, station.multipath});
   append(out, station.antenna_cap, 2);
-  out.push_back(reserved_byte);
-  out.push_back(station.hd_level);
-  out.push_back(filtered_hd);
+  out.insert(out.end(), {reserved_byte, station.hd_level, filtered_hd});
   out.insert(out.end(), 5, reserved_byte);
 
   acknowledge_signal(chip, frame);
@@ -136,10 +130,10 @@ Fm_reception fm_reception(const Receiver& chip) {
     here.is_valid = is_receivable(*station);
     return here;
   }
-  const auto is_near = [&state](const Fm_station& station) {
-    return station.khz < state.khz + pull_khz && state.khz < station.khz + pull_khz;
-  };
-  here.is_beside_station = state.has_antenna && std::ranges::any_of(chip.air.stations, is_near);
+  here.is_beside_station =
+      state.has_antenna && std::ranges::any_of(chip.air.stations, [&state](const auto& station) {
+        return station.khz < state.khz + pull_khz && state.khz < station.khz + pull_khz;
+      });
   return here;
 }
 

@@ -5,8 +5,6 @@
 // Plus) arriving in a FIFO at the rate of the subcarrier.
 #include <algorithm>
 #include <array>
-#include <cstdlib>
-#include <random>
 #include <string>
 
 #include "sim/receiver.h"
@@ -142,15 +140,13 @@ Group tags_group(const Fm_station& station, std::uint32_t number) {
 Group clock_group(const Fm_station& station, std::chrono::sys_seconds utc) {
   // Days are counted from 17 November 1858, the epoch of the modified Julian date.
   constexpr auto first_day = std::chrono::sys_days{std::chrono::year{1858} / 11 / 17};
-  constexpr unsigned west = 0x20;
+  constexpr unsigned half_hours_east = 2;  // of local time
   const auto today = std::chrono::floor<std::chrono::days>(utc);
   const auto day = static_cast<unsigned>((today - first_day).count());
   const auto minutes = static_cast<unsigned>((utc - today).count() / 60);
-  const auto offset = static_cast<unsigned>(std::abs(station.half_hours_east)) |
-                      (station.half_hours_east < 0 ? west : 0);
-  const std::uint64_t bits =
-      std::uint64_t{day} << 17 | std::uint64_t{minutes / 60} << 12 | minutes % 60 << 6 | offset;
-  return make_group(station, type_4a, bits);
+  return make_group(station, type_4a,
+                    std::uint64_t{day} << 17 | std::uint64_t{minutes / 60} << 12 |
+                        minutes % 60 << 6 | half_hours_east);
 }
 
 struct Rds {
@@ -181,24 +177,10 @@ Group group_at(const Receiver& chip, const Rds& now, std::uint32_t number) {
   return text_group(station, number);
 }
 
-/// A group as it is received: its blocks, and their bit errors, two bits each, block A in the
-/// highest ones. What could not be corrected is noise.
-std::uint8_t receive(const Receiver& chip, const Fm_station& station, std::uint32_t number,
-                     Group& group) {
-  // One or a few bits, corrected.
+/// Corrected bit errors of a group's blocks, two bits each, block A in the highest ones.
+std::uint8_t bit_errors(const Fm_station& station, std::uint32_t number) {
   static constexpr std::array<std::uint8_t, 5> weak = {0x00, 0x10, 0x04, 0x00, 0x81};
-  constexpr unsigned beyond_correction = 3;
-  unsigned errors = station.snr_db >= clean_snr_db ? 0U : weak[number % weak.size()];
-  for (std::size_t i = 0; i < group.size(); ++i) {
-    const auto seed = chip.air.rds_error_seed * 0x9E3779B9U + number * 4 + i;
-    std::minstd_rand random(static_cast<std::uint32_t>(seed));
-    random.discard(3);
-    if (random() % 100 < chip.air.rds_errors_percent) {
-      group[i] = static_cast<std::uint16_t>(random());
-      errors |= beyond_correction << (6 - 2 * i);
-    }
-  }
-  return static_cast<std::uint8_t>(errors);
+  return station.snr_db >= clean_snr_db ? std::uint8_t{0} : weak[number % weak.size()];
 }
 
 /// The decoder follows the station from the tune on; the properties only open it, so that the first
@@ -244,9 +226,8 @@ Refusal rds_status(Receiver& chip, Frame /*frame*/) {
   append(out, is_in ? station.pi : 0U, 2);
   append(out, std::max(kept, 1U) - 1, 1);
   if (kept > 0) {
-    Group group = group_at(chip, now, state.groups_taken);
-    out.push_back(receive(chip, station, state.groups_taken, group));
-    for (const std::uint16_t block : group) append(out, block, 2);
+    out.push_back(bit_errors(station, state.groups_taken));
+    for (const auto block : group_at(chip, now, state.groups_taken)) append(out, block, 2);
     ++state.groups_taken;
   }
   out.resize(reply_bytes, 0);

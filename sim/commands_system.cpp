@@ -17,9 +17,6 @@ constexpr std::uint32_t fmhd_image_bytes = 530180;
 constexpr std::size_t load_header_bytes = 4;
 constexpr std::size_t load_frame_bytes = 4096;
 
-// No image is that large; counting stops there so that no flood of loads can wrap the count.
-constexpr std::uint32_t most_loaded_bytes = 1U << 24;
-
 // The board's crystal: 19.2 MHz, its bias currents and load. A chip that is powered up for another
 // crystal runs on a wrong clock, which this one refuses outright.
 constexpr std::array<std::uint8_t, 16> power_up_frame = {
@@ -46,8 +43,7 @@ Refusal host_load(Receiver& chip, Frame frame) {
   if (!is_all_zero(frame.subspan(1, load_header_bytes - 1))) return "arguments are not 0";
   if (state.load_inits == 0) return "no LOAD_INIT before it";
   std::uint32_t& loaded = state.load_inits == 1 ? state.patch_bytes : state.image_bytes;
-  loaded = std::min(loaded + static_cast<std::uint32_t>(frame.size() - load_header_bytes),
-                    most_loaded_bytes);
+  loaded += static_cast<std::uint32_t>(frame.size() - load_header_bytes);
   return nullptr;
 }
 

@@ -5,7 +5,6 @@
 #include "sim/events.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <cstring>
 #include <string_view>
@@ -46,11 +45,8 @@ std::string to_string(const Event& event) {
 
 std::string seconds(Time time) {
   constexpr std::int64_t billion = 1'000'000'000;
-  std::array<char, 40> text{};
-  (void)std::snprintf(text.data(), text.size(), "%lld.%09lld",
-                      static_cast<long long>(time.count() / billion),
-                      static_cast<long long>(time.count() % billion));
-  return text.data();
+  const auto fraction = std::to_string(billion + time.count() % billion);  // with a 1 before it
+  return std::to_string(time.count() / billion) + '.' + fraction.substr(1);
 }
 
 Trace::Trace(const std::filesystem::path& path) {
@@ -71,18 +67,14 @@ void Trace::event(const Event& event) {
   delays_ += event.text.starts_with("delay") ? 1 : 0;
 }
 
-void Trace::violation(Time at, const std::string& text) {
-  if (file_ != nullptr) line(at, "! " + text);
-}
-
 void Trace::summary(Time at, Time waited, Time on_wire, std::uint64_t wire_bytes) {
-  if (file_ == nullptr) return;
   line(at, "summary: " + seconds(waited) + " s in " + std::to_string(delays_) + " delays, " +
                seconds(on_wire) + " s for " + std::to_string(wire_bytes) + " bytes in " +
                std::to_string(frames_) + " frames");
 }
 
 void Trace::line(Time at, const std::string& text) {
+  if (file_ == nullptr) return;
   (void)std::fprintf(file_.get(), "%14s %s\n", seconds(at).c_str(), text.c_str());
 }
 

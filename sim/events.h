@@ -42,7 +42,7 @@ class Trace {
   explicit Trace(const std::filesystem::path& path);
 
   void event(const Event& event);
-  void violation(Time at, const std::string& text);
+  void violation(Time at, const std::string& text) { line(at, "! " + text); }
   void summary(Time at, Time waited, Time on_wire, std::uint64_t wire_bytes);
 
  private:

@@ -104,7 +104,7 @@ bool Fault_injector::has(Fault_kind kind) const {
 void Fault_injector::select() {
   position_ = 0;
   is_read_ = true;
-  this_frame_.clear();
+  std::erase_if(strikes_, [](const Strike& one) { return !one.lasts; });
   receiver_.select();
 }
 
@@ -112,16 +112,14 @@ std::uint8_t Fault_injector::exchange(std::uint8_t mosi) {
   const std::size_t at = position_++;
   if (at == 0) begin(mosi);
   std::uint8_t byte = receiver_.exchange(mosi);
-  for (auto* const strikes : {&carried_, &this_frame_}) {
-    for (Strike& active : *strikes) byte = spoil(active, at, byte);
-  }
+  for (Strike& active : strikes_) byte = spoil(active, at, byte);
   return byte;
 }
 
 void Fault_injector::deselect() {
   receiver_.deselect();
   ++frames_;
-  for (Strike& active : carried_) {
+  for (Strike& active : strikes_) {
     if (is_read_ && active.reads_left > 0) --active.reads_left;
   }
 }
@@ -154,7 +152,7 @@ std::uint8_t Fault_injector::spoil(Strike& strike, std::size_t at, std::uint8_t 
 
 void Fault_injector::begin(std::uint8_t opcode) {
   is_read_ = opcode == 0;
-  if (!is_read_) carried_.clear();
+  if (!is_read_) strikes_.clear();
   for (Armed& armed : armed_) {
     const Fault& fault = armed.fault;
     if (fault.opcode.value_or(opcode) != opcode) continue;
@@ -166,15 +164,14 @@ void Fault_injector::begin(std::uint8_t opcode) {
 void Fault_injector::strike(const Fault& fault, bool is_read) {
   constexpr std::uint32_t late_reads = 3;
   // A fault that strikes every frame would otherwise pile up with each read.
-  const bool is_carried = std::ranges::any_of(carried_, [&fault](const Strike& one) {
+  const bool is_carried = std::ranges::any_of(strikes_, [&fault](const Strike& one) {
     return one.fault.kind == fault.kind && one.fault.number == fault.number;
   });
   if (!is_carried) {
-    const bool lasts = !is_read || fault.kind == Fault_kind::no_cts;
-    (lasts ? carried_ : this_frame_)
-        .push_back({.fault = fault,
-                    .random = fault.number,
-                    .reads_left = fault.number != 0 ? fault.number : late_reads});
+    strikes_.push_back({.fault = fault,
+                        .random = fault.number,
+                        .reads_left = fault.number != 0 ? fault.number : late_reads,
+                        .lasts = !is_read || fault.kind == Fault_kind::no_cts});
   }
   if (fault.kind == Fault_kind::reset) receiver_.power_cycle();
   if (is_read) return;

@@ -16,9 +16,8 @@
 
 namespace sim {
 
-/// What goes wrong. A struck command carries the fault through all reads up to
-/// the next command; a struck read carries it for that one read (`no_cts`: up
-/// to the next command).
+/// What goes wrong. A struck command carries the fault through all reads up to the next command; a
+/// struck read carries it for that one read (`no_cts`: up to the next command).
 enum class Fault_kind : std::uint8_t {
   no_cts,           ///< clear-to-send stays low
   late_cts,         ///< clear-to-send stays low for `number` reads (0 means 3)
@@ -51,9 +50,8 @@ struct Fault {
   std::uint32_t number = 0;
 };
 
-/// Read one fault in the form KIND[:NUMBER][@PLACE], PLACE being `all`,
-/// `frame:N`, `opcode:XX` or `opcode:XX:N` with XX in hexadecimal.
-/// Nothing when the text is not a fault.
+/// Read one fault in the form KIND[:NUMBER][@PLACE], PLACE being `all`, `frame:N`, `opcode:XX` or
+/// `opcode:XX:N` with XX in hexadecimal. Nothing when the text is not a fault.
 std::optional<Fault> parse_fault(std::string_view text);
 
 class Fault_injector final : public Spi_device {
@@ -78,6 +76,7 @@ class Fault_injector final : public Spi_device {
     Fault fault;
     std::uint32_t random = 0;
     std::uint32_t reads_left = 0;
+    bool lasts = false;  ///< up to the next command; otherwise for this read
   };
 
   static std::uint8_t spoil(Strike& strike, std::size_t at, std::uint8_t byte);
@@ -86,8 +85,7 @@ class Fault_injector final : public Spi_device {
 
   Receiver& receiver_;
   std::vector<Armed> armed_;
-  std::vector<Strike> carried_;     ///< up to the next command
-  std::vector<Strike> this_frame_;  ///< struck reads
+  std::vector<Strike> strikes_;
   std::uint32_t frames_ = 0;
   std::size_t position_ = 0;
   bool is_read_ = false;

@@ -15,8 +15,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::uint8_t reset_pin = 23;
-constexpr Time core_clock_period = 4ns;  // 250 MHz
-constexpr std::uint32_t slowest_divider = 65536;
+constexpr Time core_clock_period = 4ns;        // 250 MHz
 constexpr std::uint32_t fastest_divider = 26;  // the receiver takes 10 MHz at most
 
 constexpr std::size_t control_word = 0;
@@ -42,21 +41,18 @@ bool Peripherals::map() {
 bool Peripherals::unmap() { return std::exchange(is_mapped_, false); }
 
 bool Peripherals::begin_spi() {
-  if (!is_mapped("bcm2835_spi_begin") || board_.faults.has(Fault_kind::no_spi)) return false;
+  if (board_.faults.has(Fault_kind::no_spi)) return false;
   has_spi_pins_ = true;
   // The library clears the whole control register; the clock divider is a register of its own.
-  set_spi({.divider = settings_.divider});
+  spi = {.divider = spi.divider};
   write_control(clear_transmit | clear_receive);
   return true;
 }
 
-void Peripherals::end_spi() {
-  has_spi_pins_ = false;
-  connect();
-}
+void Peripherals::end_spi() { has_spi_pins_ = false; }
 
-bool Peripherals::is_mapped(const char* caller) {
-  if (!is_mapped_) board_.report_violation(std::string(caller) + " without bcm2835_init");
+bool Peripherals::is_mapped(const std::string& call) {
+  if (!is_mapped_) board_.report_violation(call + " without bcm2835_init");
   return is_mapped_;
 }
 
@@ -74,19 +70,9 @@ void Peripherals::set_level(std::uint8_t pin, bool is_high) {
   board_.save_if_changed();
 }
 
-void Peripherals::set_spi(const Spi_settings& settings) {
-  settings_ = settings;
-  if (settings_.divider == 0 || settings_.divider > slowest_divider) {
-    settings_.divider = slowest_divider;
-  }
-  connect();
-}
-
-void Peripherals::connect() {
-  const bool is_heard = has_spi_pins_ && settings_.is_most_significant_first &&
-                        settings_.mode == 0 && settings_.chip_select == 0 &&
-                        settings_.active_level == 0 && settings_.divider >= fastest_divider;
-  device_ = is_heard ? &board_.device() : nullptr;
+bool Peripherals::is_heard() const {
+  return has_spi_pins_ && spi.is_most_significant_first && spi.mode == 0 && spi.chip_select == 0 &&
+         spi.active_level == 0 && spi.divider >= fastest_divider;
 }
 
 std::uint32_t Peripherals::read(std::size_t word) {
@@ -125,6 +111,7 @@ void Peripherals::write_control(std::uint32_t value) {
   control_ = value & ~computed_bits;
   if (is_active && !was_active) {
     frame_began_ = board_.clock.now();
+    device_ = is_heard() ? &board_.device() : nullptr;
     if (device_ != nullptr) device_->select();
   }
   if (was_active && !is_active) end_frame();
@@ -151,7 +138,7 @@ void Peripherals::shift_one() {
   }
   const std::uint8_t mosi = transmit_.front();
   transmit_.pop_front();
-  board_.count_byte(core_clock_period * (std::int64_t{8} * settings_.divider));
+  board_.count_byte(core_clock_period * (std::int64_t{8} * spi.divider));
   const std::uint8_t miso = device_ != nullptr ? device_->exchange(mosi) : undriven_byte;
   receive_.push_back(miso);
   sent_.push_back(mosi);

@@ -8,6 +8,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <deque>
+#include <string>
 #include <vector>
 
 #include "sim/clock.h"
@@ -29,8 +30,8 @@ class Peripherals {
   bool unmap();
   bool begin_spi();
   void end_spi();
-  /// True when the library's registers may be used; a violation that names `caller` otherwise.
-  bool is_mapped(const char* caller);
+  /// True when the library's registers may be used; a violation that names `call` otherwise.
+  bool is_mapped(const std::string& call);
   /// Pin functions and levels; only the receiver's reset pin is wired to anything.
   void set_function(std::uint8_t pin, bool is_output);
   void set_level(std::uint8_t pin, bool is_high);
@@ -44,15 +45,14 @@ class Peripherals {
     std::uint8_t active_level = 0;
     std::uint32_t divider = 65536;  ///< core clocks per bit; 65536 after power-on
   };
-  const Spi_settings& spi_settings() const { return settings_; }
-  void set_spi(const Spi_settings& settings);
+  Spi_settings spi;
   /// SPI0's registers CS and FIFO by word number. A read of CS lets the shift register move on by
   /// one byte, the pace at which a program that polls it sees the FIFOs fill and drain.
   std::uint32_t read(std::size_t word);
   void write(std::size_t word, std::uint32_t value);
 
  private:
-  void connect();
+  bool is_heard() const;
   void write_control(std::uint32_t value);
   void end_frame();
   void shift_one();
@@ -62,8 +62,7 @@ class Peripherals {
   bool has_spi_pins_ = false;
   bool reset_is_output_ = false;
   bool reset_level_;
-  Spi_settings settings_;
-  Spi_device* device_ = nullptr;  ///< null: nobody hears, and MISO is not driven
+  Spi_device* device_ = nullptr;  ///< in this frame; null: nobody hears, and MISO is not driven
 
   std::uint32_t control_ = 0;
   std::deque<std::uint8_t> transmit_;

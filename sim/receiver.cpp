@@ -154,7 +154,7 @@ void begin_tune(Receiver& chip, std::uint32_t khz, Time duration) {
   state.is_tuned = true;
   state.is_complete_acknowledged = false;
   state.khz = khz;
-  state.tuned_at = state.signal_since = chip.now();
+  state.signal_since = chip.now();
   state.complete_at = chip.now() + duration;
   state.is_playing = false;
   state.has_hit_band_limit = false;

@@ -117,8 +117,7 @@ void start_firmware(Receiver_state& state, Firmware firmware);
 /// Value of a property, its default when it was never written.
 std::uint16_t property(const Receiver_state& state, std::uint16_t id);
 
-/// A tune or seek to `khz` begins now and completes after `duration`; whatever
-/// was playing stops.
+/// A tune or seek to `khz` begins now and completes after `duration`; whatever was playing stops.
 void begin_tune(Receiver& chip, std::uint32_t khz, Time duration);
 
 /// The last tune or seek has completed.

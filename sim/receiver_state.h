@@ -47,7 +47,6 @@ struct Receiver_state {
   bool has_hit_band_limit = false;
   bool has_antenna = true;
   std::uint32_t khz = 0;
-  Time tuned_at{};
   Time complete_at{};
   Time signal_since{};    ///< the tune, or the antenna's return after it
   Time signal_seen_at{};  ///< signal interrupts are acknowledged up to here

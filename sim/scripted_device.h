@@ -1,8 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// A device for driver tests that answers from a script: one byte vector for
-// each chip-select frame, whatever the host sends. What it was sent is in the
-// board's event log.
+// A device for driver tests that answers from a script: one byte vector for each chip-select frame,
+// whatever the host sends. What it was sent is in the board's event log.
 #pragma once
 
 #include <deque>

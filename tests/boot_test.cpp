@@ -15,13 +15,14 @@ namespace {
 
 using Boot = Board;
 
-const Bytes loader = frame(0x80, 0x80);  // CTS, boot loader running
+const Bytes loader = frame(0x80, 0x80);   // CTS, boot loader running
+const Bytes overrun = frame(0x80, 0xD0);  // the same of a firmware, and a frame overrun
 
 // Frames before the first block of the patch: POWER_UP and two reads, LOAD_INIT and one. A block is
 // two frames, its own and a status read.
-constexpr std::size_t before_patch = 5;
-constexpr std::size_t before_image = before_patch + 2 + 2 + 2;
-constexpr std::size_t before_boot = before_image + 256;  // the DAB image has 128
+constexpr std::size_t at_patch = 5;
+constexpr std::size_t at_image = at_patch + 2 + 2 + 2;
+constexpr std::size_t at_boot = at_image + 256;  // the DAB image has 128
 
 /// What arrived after the HOST_LOAD headers.
 Bytes loaded() {
@@ -36,7 +37,7 @@ TEST_F(Boot, SendsPatchAndImageWholeAndInOrder) {
   const std::tuple<unsigned char, const unsigned char*, std::size_t, std::size_t> cases[]{
       {1, fw_dab_radio_5_0_5bin, 127, 1764}, {0, fw_fmhd_radio_5_0_4bin, 129, 2312}};
   for (const auto& [dab, image, full_blocks, rest] : cases) {
-    start().answer(loader, before_image + 2 * (full_blocks + 1)).by_default(ready);
+    start().answer(loader, at_image + 2 * (full_blocks + 1)).by_default(ready);
     const auto boot = [is_dab = dab] { EXPECT_EQ(power_up_and_load_fw(is_dab), 1); };
     EXPECT_EQ(printed(boot), "Boot up successful\n\n");
     // Crystal oscillator of 19.2 MHz, bias 127 and in run mode 24, load capacitance 32.
@@ -59,30 +60,43 @@ TEST_F(Boot, SendsPatchAndImageWholeAndInOrder) {
 }
 
 TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
-  constexpr std::uint64_t powered = 250'000, patched = 300'000, loaded = 400'000;  // waits until
-  constexpr std::uint64_t never = 125'000, in_reset = 2'000'000;
+  constexpr std::uint64_t powered = 250'000, loaded = 400'000, in_reset = 2'000'000;
+  constexpr auto no_patch_us = powered + in_reset, no_image_us = no_patch_us + 50'000;
+  constexpr std::uint64_t never = 125'000;
   // "|": the reset line goes low.
   const std::string no_power_up = "|Could not power up the Si468x\n";
   const std::string no_patch = "||Patch not transmitted successfully\n\n";
   const std::string no_image = "|Firmware not transmitted successfully\n\n|";
   const std::string no_boot = "|Boot up failed\n\n";
   const std::vector<Script> scripts{
-      {"POWER_UP refused",
-       {.after = 1, .times = 1, .then = refused},
-       {.code = 4, .waited_us = powered, .text = no_power_up}},
-      {"frame overrun",
-       {.after = 2, .times = 1, .then = frame(0x80, 0x90)},
-       {.code = 104, .waited_us = powered, .text = no_power_up}},
-      {"firmware at power-up",
-       {.after = 2, .times = 1, .then = ready},
-       {.code = 104, .waited_us = powered, .text = no_power_up}},
-      {"patch refused", before_patch + 3, 1, refused, 0, 108, powered + in_reset, no_patch},
-      {"patch left", before_patch + 1, 50, busy, 0, 108, powered + never + in_reset, no_patch},
-      {"image refused", before_image + 5, 1, arbiter, 0, 108, patched + in_reset, no_image},
-      {"image left", before_image + 1, 50, busy, 0, 108, patched + never + in_reset, no_image},
-      {"LOAD_INIT refused", before_patch - 1, 1, refused, 0, 110, loaded, no_boot},
-      {"BOOT refused", before_boot + 1, 1, refused, 0, 10, loaded, no_boot},
-      {"overrun at boot", before_boot + 2, 1, frame(0x80, 0xD0), 0, 110, loaded, no_boot}};
+      {.after = 1, .then = refused, .code = 4, .wait_us = powered, .text = no_power_up},
+      {.after = 2, .then = frame(0x80, 0x90), .code = 104, .wait_us = powered, .text = no_power_up},
+      {.after = 2, .then = ready, .code = 104, .wait_us = powered, .text = no_power_up},
+      {.after = at_patch + 3,
+       .then = refused,
+       .code = 108,
+       .wait_us = no_patch_us,
+       .text = no_patch},
+      {.after = at_patch + 1,
+       .times = 50,
+       .then = busy,
+       .code = 108,
+       .wait_us = no_patch_us + never,
+       .text = no_patch},
+      {.after = at_image + 5,
+       .then = arbiter,
+       .code = 108,
+       .wait_us = no_image_us,
+       .text = no_image},
+      {.after = at_image + 1,
+       .times = 50,
+       .then = busy,
+       .code = 108,
+       .wait_us = no_image_us + never,
+       .text = no_image},
+      {.after = at_patch - 1, .then = refused, .code = 110, .wait_us = loaded, .text = no_boot},
+      {.after = at_boot + 1, .then = refused, .code = 10, .wait_us = loaded, .text = no_boot},
+      {.after = at_boot + 2, .then = overrun, .code = 110, .wait_us = loaded, .text = no_boot}};
   Marking_chip chip(chip_);
   const auto boot = [&] {
     sim::attach(chip);
@@ -92,7 +106,7 @@ TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
   for (const auto& row : scripts) {
     play(loader, boot, {row});
     const auto lines = happened();
-    if (row.expected.waited_us < in_reset) continue;
+    if (row.wait_us < in_reset) continue;
     EXPECT_EQ(Lines(lines.end() - 3, lines.end()),
               (Lines{"gpio 23 low", "spi_end", "delay_ms 2000"}));
   }
@@ -105,17 +119,15 @@ TEST_F(Boot, ResultsTellRefusalFromWrongState) {
       {Si468x_boot, loader, -4, 110},    {Si468x_boot, broken, -2, 10},
       {Si468x_load_init, loader, 0, 0},  {Si468x_load_init, refused, -2, 260}};
   for (const auto& [operation, answer, result, code] : cases) {
-    play(answer, operation, {{"", {}, {.result = result, .code = code}}});
+    play(answer, operation, {{.result = result, .code = code}});
   }
   const auto block = [data = Bytes(4)]() mutable {
     return Si468x_load_firmware_datapackage(data.data(), 4);
   };
   play(loader, block,
-       {{"at the third poll", {.after = 1, .times = 2, .then = busy}, {.waited_us = 50 + 150}},
-        {"at the last poll", {.after = 1, .times = 49, .then = busy}, {.waited_us = 120'050}},
-        {"never",
-         {.after = 1, .times = 50, .then = busy},
-         {.result = -3, .code = 160, .waited_us = 125'000}}});
+       {{.what = "at the third poll", .after = 1, .times = 2, .then = busy, .wait_us = 50 + 150},
+        {.what = "at the last poll", .after = 1, .times = 49, .then = busy, .wait_us = 120'050},
+        {.after = 1, .times = 50, .then = busy, .result = -3, .code = 160, .wait_us = 125'000}});
   play(busy, [] { return Si468x_load_firmware_flash(0x12345678); });
   EXPECT_EQ(happened(), Lines{"frame 05 00 00 00 78 56 34 12 00 00 00 00"});
 }
@@ -146,11 +158,11 @@ TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
   std::fclose(file);
   path = "no such file";
   play(loader, [&] { return Si468x_load_firmware(path.data()); },
-       {{"no file", {}, {.result = -6, .code = 7}}});
+       {{.what = "no file", .result = -6, .code = 7}});
   path = "/sys/kernel/mm/transparent_hugepage/enabled";  // claims a page, and gives a line
   if (!std::filesystem::exists(path)) GTEST_SKIP() << "no file that claims too much";
   play(loader, [&] { return Si468x_load_firmware(path.data()); },
-       {{"short", {}, {.result = -6, .code = 1007}}});
+       {{.what = "short", .result = -6, .code = 1007}});
 }
 
 }  // namespace

@@ -15,9 +15,13 @@ using Dab_tuning = Board;
 // One answer that suits every read: tune complete; new service list, which is available, in version
 // 0x1B2A; signal valid, ensemble acquired, FIC quality 30.
 const Bytes good = frame(0x81, 0xC0, {0x01, 0x05, 0x2A, 0x1B, 30});
-const Bytes not_complete = frame(0x80, 0xC0, {0x01, 0x05, 0x2A, 0x1B, 30});
+// The same before seek/tune complete (STC), and STC with errors.
+const Bytes no_stc = frame(0x80, 0xC0, {0x01, 0x05, 0x2A, 0x1B, 30});
+const Bytes stc_arbiter = frame(0x81, 0xC2), stc_broken = frame(0x81, 0xC1);
 
 constexpr std::uint64_t ms = 1000;
+constexpr std::uint64_t never = 10'000 * ms;  // seek/tune complete, or a service list
+constexpr std::uint64_t no_cts = 1'227'500;   // clear to send
 
 TEST_F(Dab_tuning, ListIsWrittenLittleEndianUpToItsLimit) {
   std::array<unsigned, 49> list{174'928, 227'360};
@@ -28,7 +32,7 @@ TEST_F(Dab_tuning, ListIsWrittenLittleEndianUpToItsLimit) {
   EXPECT_EQ(commands(), Lines{"b8 00 00 00"});
   count = 2;
   play(ready, set,
-       {{"refused", {.after = 1, .times = 1, .then = refused}, {.result = -2, .code = 20}}, {}});
+       {{.what = "refused", .after = 1, .then = refused, .result = -2, .code = 20}, {}});
   EXPECT_EQ(commands(), Lines{"b8 02 00 00 50 ab 02 00 20 78 03 00"});
   count = 48;
   play(ready, set);
@@ -36,7 +40,7 @@ TEST_F(Dab_tuning, ListIsWrittenLittleEndianUpToItsLimit) {
   EXPECT_TRUE(commands()[0].starts_with("b8 30 00 00 50") &&
               commands()[0].ends_with("d4 c3 b2 a1"));
   count = 49;
-  play(ready, set, {{"too long", {}, {.result = -6, .code = 20}}});
+  play(ready, set, {{.what = "too long", .result = -6, .code = 20}});
   EXPECT_EQ(commands(), Lines{});
 }
 
@@ -48,12 +52,12 @@ TEST_F(Dab_tuning, ListIsReadAsLongAsTheChipSays) {
       {0, {}, 0, 0, "read 9"},
       {255, {}, 255, 255, "read 1029"},
       {41,
-       {"no count", {.after = 1, .times = 1, .then = arbiter}, {.result = -1, .code = 19}},
+       {.what = "no count", .after = 1, .then = arbiter, .result = -1, .code = 19},
        0,
        0,
        "read 7"},
       {41,
-       {"no entries", {.after = 5, .times = 1, .then = refused}, {.result = -2, .code = 119}},
+       {.what = "no entries", .after = 5, .then = refused, .result = -2, .code = 119},
        41,
        0,
        "read 173"}};
@@ -67,113 +71,76 @@ TEST_F(Dab_tuning, ListIsReadAsLongAsTheChipSays) {
     EXPECT_EQ(count, known);
     for (unsigned i = 0; i < 256; ++i) EXPECT_EQ(list[i], i < entries ? 0xA1B2C300 + i : canary);
     EXPECT_EQ(happened().back(), last_read);
-    EXPECT_EQ(commands(), Lines(script.expected.code == 19 ? 1 : 2, "b9 00"));
+    EXPECT_EQ(commands(), Lines(script.code == 19 ? 1 : 2, "b9 00"));
   }
 }
 
 TEST_F(Dab_tuning, TuneWaitsForCompleteThroughErrors) {
-  play(good, [] { return Si468x_DAB_tune_freq(44); },
-       {{"refused", {.after = 1, .times = 1, .then = refused}, {.result = -2, .code = 21}},
-        {"complete though busy", {.after = 2, .times = 1, .then = frame(0x01, 0xC0)}},
-        {"at the third poll",
-         {.after = 2, .times = 2, .then = not_complete},
-         {.waited_us = 200 * ms}},
-        {"errors, then complete",
-         {.after = 2, .times = 5, .then = frame(0xC1, 0xC0)},
-         {.code = 114, .waited_us = 500 * ms}},
-        {"at the last poll", {.after = 2, .times = 99, .then = busy}, {.waited_us = 9900 * ms}},
-        {"never",
-         {.after = 2, .times = 100, .then = not_complete},
-         {.code = 121, .waited_us = 10'000 * ms}},
-        {"never, with command errors",
-         {.after = 2, .times = 100, .then = refused},
-         {.result = -2, .code = 121, .waited_us = 10'000 * ms}},
-        {"never, with arbiter errors",
-         {.after = 2, .times = 100, .then = frame(0x81, 0xC2)},
-         {.result = -1, .code = 121, .waited_us = 10'000 * ms}},
-        {"never, non-recoverable",
-         {.after = 2, .times = 100, .then = frame(0x81, 0xC1)},
-         {.result = -2, .code = 121, .waited_us = 10'000 * ms}}});
+  play(
+      good, [] { return Si468x_DAB_tune_freq(44); },
+      {{.what = "refused", .after = 1, .then = refused, .result = -2, .code = 21},
+       {.what = "complete though busy", .after = 2, .then = frame(0x01, 0xC0)},
+       {.after = 2, .times = 2, .then = no_stc, .wait_us = 200 * ms},
+       {.after = 2, .times = 5, .then = frame(0xC1, 0xC0), .code = 114, .wait_us = 500 * ms},
+       {.what = "at the last poll", .after = 2, .times = 99, .then = busy, .wait_us = 9900 * ms},
+       {.after = 2, .times = 100, .then = no_stc, .code = 121, .wait_us = never},
+       {.after = 2, .times = 100, .then = refused, .result = -2, .code = 121, .wait_us = never},
+       {.after = 2, .times = 100, .then = stc_arbiter, .result = -1, .code = 121, .wait_us = never},
+       {.after = 2,
+        .times = 100,
+        .then = stc_broken,
+        .result = -2,
+        .code = 121,
+        .wait_us = never}});
   EXPECT_EQ(commands(), Lines{"b0 00 2c 00 00 00"});
-  start().answer(ready, 2).answer(arbiter, 99).by_default(not_complete);
+  start().answer(ready, 2).answer(arbiter, 99).by_default(no_stc);
   EXPECT_EQ(Si468x_DAB_tune_freq(44), 0);  // only the last poll counts
 }
 
 TEST_F(Dab_tuning, FrequencyCommandJudgesByAcquisitionAlone) {
   const auto unacquired = frame(0x81, 0xC0, {0xFF, 0xFB});
   play(good, [] { return tune_freq(33); },
-       {{"at the first check", {}, {.waited_us = 700 * ms, .text = "Tuned.\n\n"}},
-        {"tune refused",
-         {.after = 1, .times = 1, .then = refused},
-         {.code = 21, .waited_us = 700 * ms, .text = "Tuned.\n\n"}},
-        {"one check fails",
-         {.after = 4, .times = 1, .then = refused},
-         {.code = 22, .waited_us = 900 * ms, .text = "Tuned.\n\n"}},
-        {"at the tenth check",
-         {.after = 3, .times = 27, .then = unacquired},
-         {.waited_us = 2500 * ms, .text = "Tuned.\n\n"}},
-        {"never",
-         {.after = 3, .times = 30, .then = unacquired},
-         {.result = -1, .waited_us = 2500 * ms, .text = "Could not tune to frequency\n\n"}}});
+       {{.what = "at the first check", .wait_us = 700 * ms, .text = "Tuned.\n\n"},
+        {.after = 1, .then = refused, .code = 21, .wait_us = 700 * ms, .text = "Tuned.\n\n"},
+        {.after = 4, .then = refused, .code = 22, .wait_us = 900 * ms, .text = "Tuned.\n\n"},
+        {.after = 3, .times = 27, .then = unacquired, .wait_us = 2500 * ms, .text = "Tuned.\n\n"},
+        {.after = 3,
+         .times = 30,
+         .then = unacquired,
+         .result = -1,
+         .wait_us = 2500 * ms,
+         .text = "Could not tune to frequency\n\n"}});
 }
 
 TEST_F(Dab_tuning, ScanJudgesSignalThenServiceList) {
-  // Frames: the tune command with two reads, the status with two reads, and so each event poll.
-  constexpr std::size_t status = 3, events = status + 3;
-  constexpr std::uint64_t never_ready = 1'227'500;
+  // Frames 0 to 2 are the tune command with two reads, 3 to 5 the status, and so each event poll.
   const auto fic_29 = frame(0x81, 0xC0, {0x01, 0x05, 0x2A, 0x1B, 29});
   const auto invalid = frame(0x81, 0xC0, {0x01, 0xFE, 0x2A, 0x1B, 30});
   const auto no_flag = frame(0x81, 0xC0, {0xFE, 0x05, 0x2A, 0x1B, 30});
   Si468x_DAB_digrad_status record;
   const auto tune = [&] { return Si468x_DAB_tune_freq_save(17, record); };
   play(good, tune,
-       {{"found", {}, {.result = 1, .waited_us = 200 * ms}},
-        {"FIC quality 29", {.after = status, .times = 3, .then = fic_29}},
-        {"signal not valid", {.after = status, .times = 3, .then = invalid}},
-        {"tune refused", {.after = 1, .times = 1, .then = refused}, {.result = -2, .code = 65}},
-        {"arbiter error", {.after = 1, .times = 1, .then = arbiter}, {.result = -2, .code = 65}},
-        {"tune never ready",
-         {.after = 1, .times = 50, .then = busy},
-         {.result = -3, .code = 65, .waited_us = never_ready}},
-        {"tune polls with arbiter error",
-         {.after = 2, .times = 100, .then = arbiter},
-         {.result = -2, .code = 65, .waited_us = 10'000 * ms}},
-        {"tune never complete",
-         {.after = 2, .times = 100, .then = not_complete},
-         {.result = 1, .code = 121, .waited_us = 10'200 * ms}},
-        {"status refused",
-         {.after = status + 1, .times = 1, .then = refused},
-         {.result = -2, .code = 165}},
-        {"status with arbiter error",
-         {.after = status + 2, .times = 1, .then = arbiter},
-         {.result = -2, .code = 165}},
-        {"status never ready",
-         {.after = status + 1, .times = 50, .then = busy},
-         {.result = -3, .code = 165, .waited_us = never_ready}},
-        {"events refused",
-         {.after = events + 1, .times = 1, .then = refused},
-         {.result = -2, .code = 265}},
-        {"second poll with arbiter error",
-         {.after = events + 5, .times = 1, .then = arbiter},
-         {.result = -2, .code = 265, .waited_us = 200 * ms}},
-        {"events never ready",
-         {.after = events + 1, .times = 50, .then = busy},
-         {.result = -3, .code = 265, .waited_us = never_ready}},
-        {"list after two polls",
-         {.after = events, .times = 6, .then = invalid},
-         {.result = 1, .waited_us = 600 * ms}},
-        {"list announced and stable",
-         {.after = events + 3, .times = 3, .then = no_flag},
-         {.result = 1, .waited_us = 200 * ms}},
-        {"list not announced",
-         {.after = events, .times = 150, .then = no_flag},
-         {.result = -1, .code = 365, .waited_us = 10'000 * ms}},
-        {"no list",
-         {.after = events, .times = 150, .then = invalid},
-         {.result = -1, .code = 365, .waited_us = 10'000 * ms}}});
+       {{.what = "found", .result = 1, .wait_us = 200 * ms},
+        {.what = "FIC quality 29", .after = 3, .times = 3, .then = fic_29},
+        {.what = "signal not valid", .after = 3, .times = 3, .then = invalid},
+        {.what = "tune refused", .after = 1, .then = refused, .result = -2, .code = 65},
+        {.what = "arbiter error", .after = 1, .then = arbiter, .result = -2, .code = 65},
+        {.after = 1, .times = 50, .then = busy, .result = -3, .code = 65, .wait_us = no_cts},
+        {.after = 2, .times = 100, .then = arbiter, .result = -2, .code = 65, .wait_us = never},
+        {.after = 2, .times = 100, .then = no_stc, .result = 1, .code = 121, .wait_us = 10'200'000},
+        {.what = "status refused", .after = 4, .then = refused, .result = -2, .code = 165},
+        {.after = 5, .then = arbiter, .result = -2, .code = 165},
+        {.after = 4, .times = 50, .then = busy, .result = -3, .code = 165, .wait_us = no_cts},
+        {.what = "events refused", .after = 7, .then = refused, .result = -2, .code = 265},
+        {.after = 11, .then = arbiter, .result = -2, .code = 265, .wait_us = 200 * ms},
+        {.after = 7, .times = 50, .then = busy, .result = -3, .code = 265, .wait_us = no_cts},
+        {.after = 6, .times = 6, .then = invalid, .result = 1, .wait_us = 600 * ms},
+        {.after = 9, .times = 3, .then = no_flag, .result = 1, .wait_us = 200 * ms},
+        {.after = 6, .times = 150, .then = no_flag, .result = -1, .code = 365, .wait_us = never},
+        {.after = 6, .times = 150, .then = invalid, .result = -1, .code = 365, .wait_us = never}});
   EXPECT_EQ(commands().size(), 52U);
   EXPECT_EQ(commands().back(), "b3 01");
-  start().answer(good, events);
+  start().answer(good, 6);
   for (std::uint8_t version = 0; version < 50; ++version) {
     chip_->answer(frame(0x81, 0xC0, {0x01, 0x01, 0x00, version}), 3);
   }

@@ -15,6 +15,8 @@ namespace {
 
 using Fm = Board;
 
+constexpr std::uint64_t never = 10'000'000;  // microseconds until a seek is given up
+
 constexpr const char* rsq =
     "FM RSQ status  |Signal Noise Ratio above high threshold:|Signal Noise Ratio below low "
     "threshold:|RSSI above high threshold:|RSSI below low threshold:|Seek band limit was hit:|"
@@ -36,57 +38,31 @@ TEST_F(Fm, TunesAndSeeksWaitForComplete) {
       {Si468x_tune_next_station, "frame 31 00 01 00 00 00", 60},
       {Si468x_tune_previous_station, "frame 31 00 03 00 00 00", 63}};
   const auto complete = frame(0x81, 0xC0);
-  const std::string untuned = "Could not tune to frequency\n\n";
+  const std::string tuned = "Tuned.\n\n", untuned = "Could not tune to frequency\n\n";
   for (const auto& [operation, sent, code] : cases) {
+    const std::uint32_t late = code + 100;
     play(complete, operation,
-         {{"refused", {.after = 1, .times = 1, .then = refused}, {.result = -2, .code = code}},
-          {"errors, then complete",
-           {.after = 2, .times = 5, .then = frame(0xC1, 0xC0)},
-           {.code = 114, .waited_us = 500'000}},
-          {"never",
-           {.after = 2, .times = 100, .then = ready},
-           {.code = code + 100, .waited_us = 10'000'000}},
-          {"never, with errors",
-           {.after = 2, .times = 100, .then = arbiter},
-           {.result = -1, .code = code + 100, .waited_us = 10'000'000}},
+         {{.what = "refused", .after = 1, .then = refused, .result = -2, .code = code},
+          {.after = 2, .times = 5, .then = frame(0xC1, 0xC0), .code = 114, .wait_us = 500'000},
+          {.after = 2, .times = 100, .then = ready, .code = late, .wait_us = never},
+          {.after = 2, .times = 100, .then = arbiter, .result = -1, .code = late, .wait_us = never},
           {"at once"}});
     EXPECT_EQ(happened(), (Lines{sent, "read 7", "read 7"}));
     receive(true);  // the DAB firmware knows nothing of FM
     EXPECT_EQ(with_code(operation()), std::pair(-2, code));
   }
-  play(complete, [] { return tune_fm_freq(98'500); },
-       {{"at once", {}, {.waited_us = 500'000, .text = "Tuned.\n\n"}},
-        {"never",
-         {.after = 2, .times = 100, .then = ready},
-         {.code = 166, .waited_us = 10'500'000, .text = "Tuned.\n\n"}},
-        {"never, with errors",
-         {.after = 2, .times = 100, .then = refused},
-         {.result = -1, .code = 166, .waited_us = 10'000'000, .text = untuned}},
-        {"refused",
-         {.after = 1, .times = 1, .then = refused},
-         {.result = -1, .code = 66, .text = untuned}}});
-}
-
-TEST_F(Fm, SeeksGoFromAnyPlaceToTheNearestReceivableStation) {
-  // From where; the next station and the previous one, 1 more if the band's limit was hit.
-  const std::array<unsigned, 3> cases[]{
-      {64'000, 87'600, 107'801},    // below the band
-      {87'500, 87'600, 107'801},    // its lower limit
-      {91'700, 93'000, 90'300},     // a station too weak to be found itself
-      {98'450, 98'500, 97'100},     // between two channels
-      {98'500, 100'200, 97'100},    // on a station
-      {107'800, 87'601, 105'700},   // the highest one
-      {108'000, 87'601, 107'800}};  // the upper limit
-  for (const auto& [from, next, previous] : cases) {
-    for (const auto& [seek, found] :
-         {std::pair(&Si468x_tune_next_station, next), {&Si468x_tune_previous_station, previous}}) {
-      receive(false);
-      Si468x_FM_rsq_status quality;
-      EXPECT_EQ(Si468x_FM_tune_freq(from) + seek() + quality.get_status(), 0);
-      EXPECT_EQ(quality.freq + quality.bandLimit, found) << from;
-      EXPECT_EQ(quality.valid, 1);
-    }
-  }
+  play(
+      complete, [] { return tune_fm_freq(98'500); },
+      {{.what = "at once", .wait_us = 500'000, .text = tuned},
+       {.after = 2, .times = 100, .then = ready, .code = 166, .wait_us = 10'500'000, .text = tuned},
+       {.after = 2,
+        .times = 100,
+        .then = refused,
+        .result = -1,
+        .code = 166,
+        .wait_us = never,
+        .text = untuned},
+       {.after = 1, .then = refused, .result = -1, .code = 66, .text = untuned}});
 }
 
 TEST_F(Fm, ReportsShowEveryBitAndEveryProgrammeType) {
@@ -153,22 +129,6 @@ TEST_F(Fm, RdsIsReportedOnceItsPropertiesReadBack) {
   EXPECT_EQ(commands(), (Lines{"13 00 02 3c 01 00", "14 01 02 3c", "13 00 00 39 00 39",
                                "14 01 00 39", "32 09", "34 00"}));
   EXPECT_EQ(happened()[12] + happened()[15], "read 23read 21");
-}
-
-TEST_F(Fm, ReceiverDecodesRdsOnlyWhenAskedTo) {
-  receive(false);
-  Si468x_FM_rds_status state;
-  EXPECT_EQ(Si468x_FM_tune_freq(98'500), 0);
-  sim::pass_time(std::chrono::seconds(2));
-  EXPECT_EQ(state.get_status(), 0);
-  EXPECT_EQ(state.synchronized + state.pi + state.fifo_used, 0);
-  EXPECT_NE(printed(get_rds_status).find("Popular Music (Pop)\n"), std::string::npos);
-  EXPECT_EQ(state.get_status(), 0);
-  EXPECT_EQ(std::tuple(state.synchronized, state.pi, state.tp), std::tuple(1, 0x4A22, 1));
-  receive(true);
-  EXPECT_EQ(printed([&] { EXPECT_EQ(get_rds_status(), -2); }), "");
-  EXPECT_EQ(state.get_status(), -2);
-  EXPECT_EQ(state.pi, 0x4A22);  // a failed read keeps what was read before
 }
 
 TEST_F(Fm, RunTunesThenSeeksThenReports) {

@@ -119,7 +119,7 @@ TEST_F(Run, DoesAndSaysWhatWasAskedFor) {
        "read 7"},
       {booted, "-f 300 -k -l 5", enabled + untuned, "b0 b2 ", "delay_ms 200"},  // beyond the list
       {booted, "-k -l 5 -f 40", enabled + untuned, "b0 b2 ", "delay_ms 200"},   // nobody there
-      {booted, "-t", enabled + "0-0-0T0:0:0Z\n", "bc ", "read 12"},  // untuned
+      {booted, "-t", enabled + "0-0-0T0:0:0Z\n", "bc ", "read 12"},             // untuned
       {booted, "-o 256", enabled, "13 14 13 14 13 14 ", "read 7"}};
   for (const auto& [before, line, text, sent, last] : cases) {
     EXPECT_EQ(output(before, line), text) << line;

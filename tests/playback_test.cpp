@@ -12,13 +12,15 @@ using Playback = Board;
 
 TEST_F(Playback, ServiceIsStartedAndStopped) {
   play(ready, [] { return play_station(0x12345678, 0x9ABCDEF0); },
-       {{"refused",
-         {.after = 1, .times = 1, .then = refused},
-         {.result = -1, .code = 32, .text = "Could not start service\n\n"}},
+       {{.after = 1,
+         .then = refused,
+         .result = -1,
+         .code = 32,
+         .text = "Could not start service\n\n"},
         {}});
   EXPECT_EQ(commands(), Lines{"81 00 00 00 78 56 34 12 f0 de bc 9a"});
   play(ready, [] { return Si468x_stop_digital_service(2, 17333, 12); },
-       {{"refused", {.after = 1, .times = 1, .then = refused}, {.result = -2, .code = 33}}, {}});
+       {{.what = "refused", .after = 1, .then = refused, .result = -2, .code = 33}, {}});
   EXPECT_EQ(commands(), Lines{"82 02 00 00 b5 43 00 00 0c 00 00 00"});
 }
 
@@ -68,14 +70,15 @@ TEST_F(Playback, StationTextLeavesOutItsFrame) {
       {{0, 0, 'N', 'o', 'w', '\n', '%', 's', 0}, "Now0a %s"}};
   for (const auto& [payload, text] : cases) {
     play(packet(payload.size(), payload), print_station_text,
-         {{"at the last poll",
-           {.after = 1, .times = 9, .then = busy},
-           {.waited_us = 100, .text = text}}});
+         {{.after = 1, .times = 9, .then = busy, .wait_us = 100, .text = text}});
   }
   play(ready, print_station_text,
-       {{"never",
-         {.after = 1, .times = 10, .then = busy},
-         {.code = 34, .waited_us = 110, .text = "Error getting service data \n\n"}}});
+       {{.after = 1,
+         .times = 10,
+         .then = busy,
+         .code = 34,
+         .wait_us = 110,
+         .text = "Error getting service data \n\n"}});
   Lines expected{"frame 84 00", "delay_us 10"};
   for (int i = 0; i < 10; ++i) expected.insert(expected.end(), {"read 2", "delay_us 10"});
   EXPECT_EQ(happened(), expected);

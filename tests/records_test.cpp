@@ -100,24 +100,29 @@ TEST_F(Records, FailedReadKeepsTheRecord) {
   Si468x_DAB_digrad_status tuned;
   Si468x_DAB_event_status event;
   Si468x_chip_info info;
+  Si468x_FM_rsq_status quality;
+  Si468x_FM_rds_status groups;
   const std::pair<std::function<int()>, std::uint32_t> reads[]{
-      {[&] { return tuned.get_new_status(); }, 22},
-      {[&] { return event.get_new_status(); }, 24},
-      {[&] { return info.get_part_info(); }, 21},
-      {[&] { return info.get_sys_state(); }, 12},
-      {[&] { return info.get_func_info(); }, 13}};
-  const auto print = [&] { tuned.print_data(), event.print_data(), info.print_data(); };
+      {[&] { return tuned.get_new_status(); }, 22}, {[&] { return event.get_new_status(); }, 24},
+      {[&] { return info.get_part_info(); }, 21},   {[&] { return info.get_sys_state(); }, 12},
+      {[&] { return info.get_func_info(); }, 13},   {[&] { return quality.get_status(); }, 61},
+      {[&] { return groups.get_status(); }, 62}};
+  const auto print = [&] {
+    tuned.print_data(), event.print_data(), info.print_data();
+    quality.print_data(), groups.print_data();
+  };
   for (const auto& read : reads) play(digrad_reply, read.first);
   const auto before = printed(print);
   for (const auto& [read, code] : reads) {
     play(ones, read,
-         {{"refused", {.after = 2, .times = 1, .then = dead}, {.result = -2, .code = code}},
-          {"error",
-           {.after = 2, .times = 1, .then = frame(0x80, 0xC2, Bytes(19, 0xFF))},
-           {.result = -1, .code = code}},
-          {"never ready",
-           {.after = 1, .times = 50, .then = busy},
-           {.result = -3, .code = code, .waited_us = 1'227'500}}});
+         {{.what = "refused", .after = 2, .then = dead, .result = -2, .code = code},
+          {.after = 2, .then = frame(0x80, 0xC2, Bytes(19, 0xFF)), .result = -1, .code = code},
+          {.after = 1,
+           .times = 50,
+           .then = busy,
+           .result = -3,
+           .code = code,
+           .wait_us = 1'227'500}});
   }
   EXPECT_EQ(printed(print), before);
 }

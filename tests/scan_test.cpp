@@ -45,15 +45,12 @@ TEST_F(Scan, TimeIsShownAsItIsSent) {
   const auto json =
       report("\"ensembleTime\": {|year|month|day|hour|minute|second", "2017|3|5|9|7") + '\n';
   const auto date = reply({0xE1, 0x07, 0x03, 0x05, 0x09, 0x07, 0x00}), ones = reply(Bytes(7, 0xFF));
-  play(date, print_ensembletime,
-       {{"date", {}, {.text = "2017-3-5T9:7:0Z\n"}},
-        {"not checked",
-         {.after = 2, .times = 1, .then = ones},
-         {.text = "65535-255-255T255:255:255Z\n"}},
-        {"error in the reply",
-         {.after = 2, .times = 1, .then = frame(0x80, 0xC2, Bytes(7, 1))},
-         {.code = 35, .text = "0-0-0T0:0:0Z\n"}}});
-  play(date, print_ensembletime_json, {{"date", {}, {.text = json}}});
+  play(
+      date, print_ensembletime,
+      {{.what = "date", .text = "2017-3-5T9:7:0Z\n"},
+       {.what = "not checked", .after = 2, .then = ones, .text = "65535-255-255T255:255:255Z\n"},
+       {.after = 2, .then = frame(0x80, 0xC2, Bytes(7, 1)), .code = 35, .text = "0-0-0T0:0:0Z\n"}});
+  play(date, print_ensembletime_json, {{.what = "date", .text = json}});
   EXPECT_EQ(happened(), (Lines{"frame bc 01", "read 7", "read 12"}));
 }
 
@@ -96,17 +93,19 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
     }
     if (error.empty()) {
       play(ready, load_list,
-           {{"refused",
-             {.after = 1, .times = 1, .then = refused},
-             {.result = -1, .code = 20, .text = said + "Error setting frequency list.\n"}}});
+           {{.after = 1,
+             .then = refused,
+             .result = -1,
+             .code = 20,
+             .text = said + "Error setting frequency list.\n"}});
       said.append("Sent new frequency list to the Si468x.\n");
     }
-    play(ready, load_list, {{"", {}, {.result = error.empty() ? 0 : -1, .text = said + error}}});
+    play(ready, load_list, {{.result = error.empty() ? 0 : -1, .text = said + error}});
     EXPECT_EQ(sim::commands(), std::vector<Bytes>(error.empty() ? 1 : 0, sent));
   }
   for (const auto* missing : {"missing", ".", "list/list", ""}) {
     play(ready, [&] { return load(missing); },
-         {{missing, {}, {.result = -1, .text = "Frequency file does not exist\n"}}});
+         {{.what = missing, .result = -1, .text = "Frequency file does not exist\n"}});
     EXPECT_EQ(commands(), Lines{});
   }
 }

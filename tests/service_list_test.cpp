@@ -113,39 +113,34 @@ TEST_F(Service_list, HostileListIsReadOnlyAsFarAsItGoes) {
   };
   struct Hostile {
     const char* what;
-    std::vector<Bytes> entries;
-    std::size_t cut;  ///< bytes left out at the end
-    std::vector<Shown> services;
+    std::vector<Shown> services = {};
+    std::vector<Bytes> entries = {};
+    std::size_t cut = 0;  ///< bytes left out at the end
   };
-  const Hostile lists[]{{.what = "no services", .entries = {}, .cut = 0, .services = {}},
-                        {.what = "no entry at all",
-                         .entries = {},
-                         .cut = 0,
-                         .services = {{327, ' '}, {127, ' '}, {127, ' '}}},
-                        {.what = "first entry a byte short",
-                         .entries = {entry('A', 0, 0)},
-                         .cut = 1,
-                         .services = {{327, ' '}, {127, ' '}}},
-                        {.what = "all there",
-                         .entries = {entry('A', 0, 0), entry('B', 15, 15), entry('C', 1, 1)},
-                         .cut = 0,
-                         .services = {{0, 'A'}, {0, 'B', 15, 15}, {0, 'C', 1, 1}}},
-                        {.what = "more services than entries",
-                         .entries = {entry('A', 1, 1)},
-                         .cut = 0,
-                         .services = {{0, 'A', 1, 1}, {327, 'A', 1, 1}, {127, 'A', 1, 1}}},
-                        {.what = "second entry a byte short",
-                         .entries = {entry('A', 1, 1), entry('B', 0, 0)},
-                         .cut = 1,
-                         .services = {{0, 'A', 1, 1}, {327, 'A', 1, 1}, {127, 'A', 1, 1}}},
-                        {.what = "last component a byte short",
-                         .entries = {entry('A', 0, 0), entry('B', 2, 2)},
-                         .cut = 1,
-                         .services = {{0, 'A'}, {427, 'B', 2, 0}, {227, 'B', 2, 0}}},
-                        {.what = "components of the first run past the end",
-                         .entries = {entry('A', 15, 14)},
-                         .cut = 0,
-                         .services = {{427, 'A', 15, 0}, {227, 'A', 15, 0}}}};
+  const std::vector<Hostile> lists{
+      {.what = "no services"},
+      {.what = "no entry at all", .services = {{327, ' '}, {127, ' '}, {127, ' '}}},
+      {.what = "first entry a byte short",
+       .services = {{327, ' '}, {127, ' '}},
+       .entries = {entry('A', 0, 0)},
+       .cut = 1},
+      {.what = "all there",
+       .services = {{0, 'A'}, {0, 'B', 15, 15}, {0, 'C', 1, 1}},
+       .entries = {entry('A', 0, 0), entry('B', 15, 15), entry('C', 1, 1)}},
+      {.what = "more services than entries",
+       .services = {{0, 'A', 1, 1}, {327, 'A', 1, 1}, {127, 'A', 1, 1}},
+       .entries = {entry('A', 1, 1)}},
+      {.what = "second entry a byte short",
+       .services = {{0, 'A', 1, 1}, {327, 'A', 1, 1}, {127, 'A', 1, 1}},
+       .entries = {entry('A', 1, 1), entry('B', 0, 0)},
+       .cut = 1},
+      {.what = "last component a byte short",
+       .services = {{0, 'A'}, {427, 'B', 2, 0}, {227, 'B', 2, 0}},
+       .entries = {entry('A', 0, 0), entry('B', 2, 2)},
+       .cut = 1},
+      {.what = "components of the first run past the end",
+       .services = {{427, 'A', 15, 0}, {227, 'A', 15, 0}},
+       .entries = {entry('A', 15, 14)}}};
   for (const auto& row : lists) {
     SCOPED_TRACE(row.what);
     Bytes list{4, 3, std::uint8_t(row.services.size()), 0, 0, 0};
@@ -183,10 +178,8 @@ TEST_F(Service_list, SizeIsBoundedBeforeTheListIsRead) {
        {std::pair(0, 326U), {1, 326}, {5, 326}, {4090, 126}, {65535, 126}}) {
     play(sized(Bytes(99, 1), std::size_t(size)),
          [&] { return list.get_new_list(reply_array.data()); },
-         {{"never ready",
-           {.after = 1, .times = 50, .then = busy},
-           {.result = -3, .code = 26, .waited_us = 1'227'500}},
-          {"", {}, {.result = -4, .code = code}}});
+         {{.after = 1, .times = 50, .then = busy, .result = -3, .code = 26, .wait_us = 1'227'500},
+          {.result = -4, .code = code}});
     EXPECT_EQ(happened().back(), "read 7");
   }
   EXPECT_EQ(std::tuple(list.ServiceListVersion, list.NumberServices), std::tuple(0x1234, 9));
@@ -195,21 +188,14 @@ TEST_F(Service_list, SizeIsBoundedBeforeTheListIsRead) {
   const std::string empty =
       "\"DigitalServiceList\": {\n\"ServiceListVersion\": 0,\n\"NumberServices\": 0,\n"
       "\"ServiceList\": [\n]\n}";
-  play(sized(Bytes(4096, 0), 4089), print_digital_service_list, {{"longest", {}, {.text = empty}}});
+  play(sized(Bytes(4096, 0), 4089), print_digital_service_list,
+       {{.what = "longest", .text = empty}});
   EXPECT_EQ(happened().back(), "read 4096");
   play(sized(Bytes(99, 1), 99), print_digital_service_list,
-       {{"size with an error",
-         {.after = 2, .times = 1, .then = arbiter},
-         {.code = 26, .text = empty}},
-        {"too long",
-         {.after = 2, .times = 1, .then = reply({0xFA, 0x0F})},
-         {.code = 126, .text = empty}},
-        {"list never ready",
-         {.after = 4, .times = 50, .then = busy},
-         {.code = 226, .waited_us = 1'227'500, .text = empty}},
-        {"list with an error",
-         {.after = 5, .times = 1, .then = frame(0x80, 0xC1, Bytes(99, 1))},
-         {.code = 226, .text = empty}}});
+       {{.what = "size with an error", .after = 2, .then = arbiter, .code = 26, .text = empty},
+        {.what = "too long", .after = 2, .then = reply({0xFA, 0x0F}), .code = 126, .text = empty},
+        {.after = 4, .times = 50, .then = busy, .code = 226, .wait_us = 1'227'500, .text = empty},
+        {.after = 5, .then = frame(0x80, 0xC1, Bytes(99, 1)), .code = 226, .text = empty}});
 }
 
 }  // namespace

@@ -39,18 +39,14 @@ inline const Bytes broken = frame(0x80, 0xC1);   // CTS, non-recoverable error
 
 /// One run of an operation against a chip that answers all frames well, except for some.
 struct Script {
-  const char* what = "all well";
-  struct {
-    std::size_t after = 0;  ///< frames answered well before
-    std::size_t times = 0;
-    Bytes then = {};
-  } answers = {};
-  struct {
-    int result = 0;
-    std::uint32_t code = 0;       ///< Si468x_ErrorCode after it
-    std::uint64_t waited_us = 0;  ///< sum of all delays
-    std::string text = {};        ///< what is printed
-  } expected = {};
+  const char* what = "";
+  std::size_t after = 0;  ///< frames answered well before
+  std::size_t times = 1;  ///< frames answered with `then`, if it is not empty
+  Bytes then = {};
+  int result = 0;
+  std::uint32_t code = 0;     ///< Si468x_ErrorCode after it
+  std::uint64_t wait_us = 0;  ///< sum of all delays
+  std::string text = {};      ///< what is printed
 };
 
 template <class Action>
@@ -163,13 +159,14 @@ class Board : public testing::Test {
 
   template <class Operation>
   void play(const Bytes& good, Operation operation, const std::vector<Script>& scripts = {{}}) {
-    for (const auto& [what, answers, expected] : scripts) {
-      SCOPED_TRACE(what);
-      start().answer(good, answers.after).answer(answers.then, answers.times).by_default(good);
-      EXPECT_EQ(printed([&, &wanted = expected.result] { EXPECT_EQ(operation(), wanted); }),
-                expected.text);
-      EXPECT_EQ(Si468x_ErrorCode, expected.code);
-      EXPECT_EQ(sim::waited(), std::chrono::microseconds(expected.waited_us));
+    for (const auto& script : scripts) {
+      SCOPED_TRACE(testing::Message()
+                   << "script " << &script - scripts.data() << ' ' << script.what);
+      start().answer(good, script.after).by_default(good);
+      if (!script.then.empty()) chip_->answer(script.then, script.times);
+      EXPECT_EQ(printed([&] { EXPECT_EQ(operation(), script.result); }), script.text);
+      EXPECT_EQ(Si468x_ErrorCode, script.code);
+      EXPECT_EQ(sim::waited(), std::chrono::microseconds(script.wait_us));
       EXPECT_EQ(chip_->left(), 0U);
       EXPECT_EQ(sim::violations(), Lines{});
     }
