@@ -17,7 +17,7 @@
 #include "kestrelctl/log_rows.h"
 #include "kestrelctl/log_textfile.h"
 #include "kestrelctl/log_topics.h"
-#include "kestrelctl/output.h"
+#include "kestrelctl/files.h"
 #include "kestrelctl/radio.h"
 #include "kestrelctl/text.h"
 #include "scan/ensemble_list.h"

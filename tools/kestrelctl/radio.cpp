@@ -49,8 +49,9 @@ Reception Radio::play(const Station& station, std::span<const Scan> scans) {
     }
     reception = receiver.reception();
   }
-  if (settings.last != std::optional(refer_to(station))) {
+  if (settings.is_stopped || settings.last != std::optional(refer_to(station))) {
     settings.last = refer_to(station);
+    settings.is_stopped = false;
     store_.save(settings);
   }
   return reception;
@@ -93,62 +94,78 @@ void Radio::set_volume(int volume) {
 int Radio::volume() const { return static_cast<int>(stored_volume(store_.settings())); }
 
 void Radio::stop() {
-  Receiver receiver;
-  const auto reception = receiver.reception();
-  if (reception.firmware == Firmware::fm) receiver.set_volume(0);
-  if (reception.firmware == Firmware::dab) {
-    // What was started last may have been started by kestrel: the packets know.
-    (void)receiver.drain_text(text_);
-    const auto station = playing_station(reception);
-    if (!station) throw Failure("Nothing is playing.", exit_status::not_found);
-    receiver.stop_dab(*station);
+  {
+    Receiver receiver;
+    const auto reception = receiver.reception();
+    if (reception.firmware == Firmware::fm) receiver.set_volume(0);
+    if (reception.firmware == Firmware::dab) {
+      // What was started last may have been started by kestrel: the packets know.
+      (void)receiver.drain_text(text_);
+      const auto station = playing_station(reception);
+      if (!station) throw Failure("Nothing is playing.", exit_status::not_found);
+      receiver.stop_dab(*station);
+    }
+    text_ = {};
   }
+  auto settings = store_.settings();
+  settings.is_stopped = true;
+  store_.save(settings);
 }
 
 void Radio::off() { Receiver().power_down(); }
 
-std::optional<Station> Radio::playing_station(const Reception& reception) const {
-  const auto last = store_.settings().last;
+std::optional<Station> Radio::playing_station(const Reception& reception) {
+  const auto settings = store_.settings();
+  const auto& last = settings.last;
   const bool knows_service = reception.firmware == Firmware::dab && text_.service_id != 0;
-  if (last && last->khz == reception.khz &&
-      (!knows_service ||
-       (last->service_id == text_.service_id && last->component_id == text_.component_id))) {
-    return station_of(store_, *last);
+  const auto is_playing = [&](const auto& station) {
+    if (station.khz != reception.khz || station.is_fm != (reception.firmware == Firmware::fm)) {
+      return false;
+    }
+    return station.is_fm || (knows_service && station.service_id == text_.service_id &&
+                             station.component_id == text_.component_id);
+  };
+  // What was started last is believed until the packets tell of another service.
+  if (last && last->khz == reception.khz && (!knows_service || is_playing(*last))) {
+    if (settings.is_stopped) return std::nullopt;
+    if (!known_ || refer_to(*known_) != *last) known_ = station_of(store_, *last);
+    return known_;
   }
-  for (const auto& station : store_.stations()) {
-    if (station.khz != reception.khz) continue;
-    const bool is_it = station.is_fm ? reception.firmware == Firmware::fm
-                                     : knows_service && station.service_id == text_.service_id;
-    if (is_it) return station;
-  }
-  return std::nullopt;
+  // Looking into the scans each time would be too much.
+  if (known_ && is_playing(*known_)) return known_;
+  const auto stations = store_.stations();
+  const auto found = std::ranges::find_if(stations, is_playing);
+  if (found == stations.end()) return std::nullopt;
+  return known_ = *found;
 }
 
 Now Radio::look() {
   Now now;
-  Receiver receiver;
-  now.reception = receiver.reception();
-  if (now.reception.firmware == Firmware::off) {
-    now.volume = volume();
-    return now;
-  }
-  // Another program may have started another service of the ensemble.
-  const auto last = store_.settings().last;
-  if (now.reception.khz != heard_khz_ || last != heard_last_) {
-    heard_khz_ = now.reception.khz;
-    heard_last_ = last;
-    text_ = {};
-    rds_ = {};
-  }
-  now.volume = receiver.volume();
-  if (now.reception.firmware == Firmware::dab) {
-    now.heard = receiver.drain_text(text_);
-    now.text = text_.label.state();
-    now.ensemble_time = receiver.ensemble_time();
-  } else if (now.reception.firmware == Firmware::fm) {
-    now.heard = receiver.drain_rds(rds_);
-    now.rds = rds_.decoder.state();
-    now.text = rds_.label();
+  {
+    Receiver receiver;
+    now.reception = receiver.reception();
+    if (now.reception.firmware == Firmware::off) {
+      now.volume = volume();
+      return now;
+    }
+    // Another program may have started another service of the ensemble.
+    const auto last = store_.settings().last;
+    if (now.reception.khz != heard_khz_ || last != heard_last_) {
+      heard_khz_ = now.reception.khz;
+      heard_last_ = last;
+      text_ = {};
+      rds_ = {};
+    }
+    now.volume = receiver.volume();
+    if (now.reception.firmware == Firmware::dab) {
+      now.heard = receiver.drain_text(text_);
+      now.text = text_.label.state();
+      now.ensemble_time = receiver.ensemble_time();
+    } else if (now.reception.firmware == Firmware::fm) {
+      now.heard = receiver.drain_rds(rds_);
+      now.rds = rds_.decoder.state();
+      now.text = rds_.label();
+    }
   }
   now.station = playing_station(now.reception);
   return now;

@@ -58,12 +58,13 @@ class Radio {
   Now look();
 
  private:
-  [[nodiscard]] std::optional<Station> playing_station(const Reception& reception) const;
+  std::optional<Station> playing_station(const Reception& reception);
 
   Store& store_;
   // What was heard of the station so far; of another one it is of no use.
   std::uint32_t heard_khz_ = 0;
   std::optional<Station_reference> heard_last_;
+  std::optional<Station> known_;
   Service_text text_;
   Station_rds rds_;
 };

@@ -28,6 +28,7 @@ Settings to_settings(const json& document) {
   document.at("presets").get_to(settings.presets);
   document.at("location").get_to(settings.location);
   if (document.contains("last")) settings.last = document["last"].get<Station_reference>();
+  settings.is_stopped = document.value("stopped", false);
   if (document.contains("volume")) settings.volume = document["volume"].get<unsigned>();
   const auto last_preset = settings.presets.rbegin();
   if (settings.volume > highest_volume ||
@@ -77,6 +78,7 @@ Settings Store::settings() const {
 void Store::save(const Settings& settings) const {
   json document{{"presets", settings.presets}, {"location", settings.location}};
   if (settings.last) document["last"] = *settings.last;
+  if (settings.is_stopped) document["stopped"] = true;
   if (settings.volume) document["volume"] = *settings.volume;
   make_directory(directory_);
   (void)write_file_atomically(directory_ / "settings.json",

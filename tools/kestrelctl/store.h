@@ -24,6 +24,7 @@ inline constexpr unsigned highest_preset = 999;
 struct Settings {
   std::map<unsigned, Station_reference> presets;  ///< by number, 1 to highest_preset
   std::optional<Station_reference> last;          ///< what was played last
+  bool is_stopped = false;                        ///< and stopped since
   std::optional<unsigned> volume;                 ///< 0 to highest_volume
   Location location;                              ///< kestrel's answers; empty ones: not given
 };
