@@ -3,6 +3,7 @@
 // `kestrelctl report`: puts what the scans say, as JSON, into the page that shows it.
 #include <fmt/format.h>
 
+#include <map>
 #include <nlohmann/json.hpp>
 #include <set>
 #include <stdexcept>
@@ -27,19 +28,19 @@ std::string quote(const std::string& name) {
   return quoted + '\'';
 }
 
-/// What the names of the stations that can be played are found by.
-using Names = std::multiset<std::string>;
+/// The ids of the services that can be played, by what their names are found by.
+using Ids = std::map<std::string, std::set<std::uint32_t>>;
 
 /// What plays `station`: its name, and its id where several have that name; nothing if it cannot be
 /// played.
-std::string playing_command(const Station& station, const Names& names) {
+std::string playing_command(const Station& station, const Ids& ids) {
   if (!station.obstacle().empty()) return "";
   const auto command = "sudo kestrelctl play " + quote(station.name);
-  const bool is_clear = !station.name.empty() && names.count(fold(station.name)) == 1;
+  const bool is_clear = !station.name.empty() && ids.at(fold(station.name)).size() == 1;
   return is_clear ? command : fmt::format("{} --service {}", command, station.service_id);
 }
 
-json describe(const Block& block, const Names& names) {
+json describe(const Block& block, const Ids& ids) {
   auto services = json::array();
   for (const auto& service : block.services) {
     const auto station = make_station(block, service);
@@ -49,7 +50,7 @@ json describe(const Block& block, const Names& names) {
                         {"kind", station.kind},
                         {"type", station.programme_type},
                         {"obstacle", station.obstacle()},
-                        {"command", playing_command(station, names)}});
+                        {"command", playing_command(station, ids)}});
   }
   return {{"index", block.index},
           {"block", block_name(block.khz)},
@@ -69,11 +70,11 @@ json describe(const Scan& scan) {
       location.push_back({location_questions[i].name, scan.location[i]});
   }
   auto blocks = json::array();
-  Names names;
+  Ids ids;
   for (const auto& station : list_stations(std::span(&scan, 1))) {
-    if (station.obstacle().empty()) names.insert(fold(station.name));
+    if (station.obstacle().empty()) ids[fold(station.name)].insert(station.service_id);
   }
-  for (const auto& block : scan.blocks) blocks.push_back(describe(block, names));
+  for (const auto& block : scan.blocks) blocks.push_back(describe(block, ids));
   return {{"file", scan.file},
           {"time", format_utc(scan.time)},
           {"location", std::move(location)},

@@ -135,7 +135,8 @@ auto make_list(const json& list, std::size_t most, std::string_view what, Make m
 std::optional<std::chrono::sys_seconds> ensemble_time(const json& time) {
   using namespace std::chrono;
   const auto y = number(time, "year", word);
-  const auto hour = number(time, "hour"), minute = number(time, "minute");
+  const auto hour = number(time, "hour");
+  const auto minute = number(time, "minute");
   const auto second = number(time, "second");
   const year_month_day date(year(static_cast<int>(y)), month(number(time, "month")),
                             day(number(time, "day")));
@@ -196,27 +197,51 @@ Fm_station make_fm_station(const json& station) {
           .snr_db = level(station, "snr")};
 }
 
-/// What is wrong with `text` at `position`, in one line.
-Unreadable syntax_error(std::string_view text, std::size_t position) {
+/// Throws what is wrong with `text` at `position`.
+[[noreturn]] void refuse_syntax(std::string_view text, std::size_t position) {
   if (position > text.size()) {
-    return Unreadable("is empty or ends too early: the scan did not finish");
+    throw Unreadable("is empty or ends too early: the scan did not finish");
   }
   constexpr std::size_t shown = 40;
   const auto at = position == 0 ? 0 : position - 1;
   const auto rest = text.substr(at, std::min(shown, text.find('\n', at) - at));
-  return Unreadable(fmt::format("line {}: cannot be read from '{}' on",
-                                1 + std::ranges::count(text.substr(0, at), '\n'),
-                                make_harmless(rest)));
+  throw Unreadable(fmt::format("line {}: cannot be read from '{}' on",
+                               1 + std::ranges::count(text.substr(0, at), '\n'),
+                               make_harmless(rest)));
 }
 
-Scan read_document(std::string_view text, bool is_mended) {
-  // Of a string that never ends the library would make copies.
+/// Of a string that never ends the library would make copies.
+void check_strings(std::string_view text) {
   for (std::size_t i = 0, begin = 0; i < text.size(); ++i) {
     if (text[i] == '"' && (i == 0 || text[i - 1] != '\\')) begin = i + 1;
     if (i >= begin + longest_string) throw Unreadable("is not a scan file");
   }
+}
+
+/// What has been read: the records, and the times that the ensembles transmit.
+struct Reading {
   Scan scan;
   std::vector<std::chrono::sys_seconds> times;
+};
+
+/// Makes an entry of `list`, a member of the document, into a record.
+void add_entry(Reading& reading, std::string_view list, const json& entry, bool is_mended) {
+  auto& [scan, times] = reading;
+  if (list == "ensembleList") {
+    if (scan.blocks.size() == most_entries) refuse_more("more entries than", most_entries);
+    scan.blocks.push_back(make_block(entry, is_mended));
+    if (const auto time = ensemble_time(member(entry, "ensembleTime"))) times.push_back(*time);
+  } else if (list == "fmStations") {
+    if (scan.fm_stations.size() == most_fm_stations) {
+      refuse_more("more FM stations than", most_fm_stations);
+    }
+    scan.fm_stations.push_back(make_fm_station(entry));
+  }
+}
+
+Scan read_document(std::string_view text, bool is_mended) {
+  check_strings(text);
+  Reading reading;
   std::string list;  // the member of the document that is being read
   std::size_t bytes = 0;
   // Each entry is made into a record at its end, and dropped.
@@ -228,26 +253,18 @@ Scan read_document(std::string_view text, bool is_mended) {
     if (depth == 1 && event == json::parse_event_t::key) list = value.get<std::string>();
     if (depth != 2 || event != json::parse_event_t::object_end) return true;
     bytes = 0;
-    if (list == "ensembleList") {
-      if (scan.blocks.size() == most_entries) refuse_more("more entries than", most_entries);
-      scan.blocks.push_back(make_block(value, is_mended));
-      if (const auto time = ensemble_time(member(value, "ensembleTime"))) times.push_back(*time);
-    } else if (list == "fmStations") {
-      if (scan.fm_stations.size() == most_fm_stations) {
-        refuse_more("more FM stations than", most_fm_stations);
-      }
-      scan.fm_stations.push_back(make_fm_station(value));
-    }
+    add_entry(reading, list, value, is_mended);
     return false;
   };
   json document;
   try {
     document = json::parse(text, take);
   } catch (const json::parse_error& error) {
-    throw syntax_error(text, error.byte);
+    refuse_syntax(text, error.byte);
   } catch (const json::exception&) {
     throw Unreadable("has a number that is too large");
   }
+  auto& [scan, times] = reading;
   scan.is_fm = member(document, "fmStations").is_array();
   if (!scan.is_fm && !member(document, "ensembleList").is_array()) {
     throw Unreadable("is not a scan file: it has no list of ensembles");
@@ -261,7 +278,7 @@ Scan read_document(std::string_view text, bool is_mended) {
   std::ranges::sort(times);
   if (!times.empty()) scan.time = times[times.size() / 2];
   if (scan.is_fm) scan.time = parse_utc(string_bytes(document, "time", false, longest_answer));
-  return scan;
+  return std::move(scan);
 }
 
 }  // namespace
