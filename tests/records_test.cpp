@@ -102,18 +102,24 @@ TEST_F(Records, FailedReadKeepsTheRecord) {
   Si468x_chip_info info;
   Si468x_FM_rsq_status quality;
   Si468x_FM_rds_status groups;
-  const std::pair<std::function<int()>, std::uint32_t> reads[]{
-      {[&] { return tuned.get_new_status(); }, 22}, {[&] { return event.get_new_status(); }, 24},
-      {[&] { return info.get_part_info(); }, 21},   {[&] { return info.get_sys_state(); }, 12},
-      {[&] { return info.get_func_info(); }, 13},   {[&] { return quality.get_status(); }, 61},
-      {[&] { return groups.get_status(); }, 62}};
+  const std::tuple<std::function<int()>, std::uint32_t, const char*> reads[]{
+      {[&] { return tuned.get_new_status(); }, 22, "read 24"},
+      {[&] { return event.get_new_status(); }, 24, "read 9"},
+      {[&] { return info.get_part_info(); }, 21, "read 24"},
+      {[&] { return info.get_sys_state(); }, 12, "read 7"},
+      {[&] { return info.get_func_info(); }, 13, "read 13"},
+      {[&] { return quality.get_status(); }, 61, "read 23"},
+      {[&] { return groups.get_status(); }, 62, "read 21"}};
   const auto print = [&] {
     tuned.print_data(), event.print_data(), info.print_data();
     quality.print_data(), groups.print_data();
   };
-  for (const auto& read : reads) play(digrad_reply, read.first);
+  for (const auto& [read, code, last] : reads) {
+    play(digrad_reply, read);
+    EXPECT_EQ(happened().back(), last);
+  }
   const auto before = printed(print);
-  for (const auto& [read, code] : reads) {
+  for (const auto& [read, code, last] : reads) {
     play(ones, read,
          {{.what = "refused", .after = 2, .then = dead, .result = -2, .code = code},
           {.after = 2, .then = frame(0x80, 0xC2, Bytes(19, 0xFF)), .result = -1, .code = code},
