@@ -53,7 +53,7 @@ TEST_F(Kestrelctl, EndsWithAStatusThatSaysWhatHappened) {
       {"ctl off; ctl status; ctl play --last", 0, "The receiver is off.\nPlaying Höhenweg"},
       {"ctl status", 0, "Volume     58\n"},
       {"ctl status --json | tr -d ' \\n'", 0, "\"station\":\"Höhenweg\",\"service_id\":18946,"},
-      {"ctl stop && ctl watch --count 1 --every 9", 0, "Höhenweg, 12A, 223.936 MHz\n"},
+      {"ctl stop && ctl watch --count 1 --every 9", 0, "  12A, 223.936 MHz\n"},
       {"touch board/antenna_out; ctl watch --count 1", 0, "12A, 223.936 MHz, no signal\n"},
       {"ctl play pop", 5, "No ensemble on 12C: "},
       {"rm board/antenna_out; ctl watch --meter --count 1", 0, "] "},
