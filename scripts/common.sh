@@ -37,6 +37,9 @@ need_build_tools() {
     libutf8proc-dev nlohmann-json3-dev
 }
 
+# What the tests take beyond that.
+need_test_tools() { need jq libgtest-dev sqlite3 zsh; }
+
 # What root has made in build/ is given to the owner of the repository, who may want to delete it.
 give_build_back() {
   [ -z "$(find build ! -uid "$(stat -c %u .)" -print -quit 2>/dev/null)" ] ||
