@@ -13,11 +13,11 @@
 #include <system_error>
 
 #include "kestrelctl/commands.h"
+#include "kestrelctl/files.h"
 #include "kestrelctl/log_mqtt.h"
 #include "kestrelctl/log_rows.h"
 #include "kestrelctl/log_textfile.h"
 #include "kestrelctl/log_topics.h"
-#include "kestrelctl/files.h"
 #include "kestrelctl/radio.h"
 #include "kestrelctl/text.h"
 #include "scan/ensemble_list.h"

@@ -26,8 +26,8 @@ std::string encode_utf8(std::u32string_view code_points);
 std::u32string decode_characters(std::string_view bytes, unsigned charset);
 
 /// UTF-8 that can be printed, from any source: a blank for each control character or line end,
-/// nothing for an invisible or direction character, U+FFFD for what is not a character, no blanks at
-/// the end.
+/// nothing for an invisible or direction character, U+FFFD for what is not a character, no blanks
+/// at the end.
 std::string make_harmless(std::u32string_view code_points);
 std::string make_harmless(std::string_view utf8);
 /// The bytes of a label, as transmitted in `charset`, as harmless UTF-8.
