@@ -71,7 +71,7 @@ constexpr auto text_field(Wire_bits where, const char* label = nullptr) {
 }
 /// ... and for a record that is written as JSON only.
 template <auto Member>
-constexpr auto json_field(Wire_bits where, Json_key key) {
+constexpr auto json_field(Wire_bits where, const Json_key& key) {
   return field<Member>(where, key, nullptr);
 }
 
