@@ -117,6 +117,7 @@ std::vector<std::uint8_t> packet_at(const Service& service, std::uint32_t packet
   };
   std::size_t round = 0;
   for (const Text& text : texts) round += count(text);
+  if (round == 0) return {};
   std::size_t turn = packet / round * texts.size();
   std::size_t left = packet % round;
   for (; left >= count(texts[turn % texts.size()]); ++turn) {

@@ -35,8 +35,8 @@ struct Json_key {
 template <class Record>
 struct Field {
   Wire_bits where;
-  Json_key key;       ///< empty: not in the JSON
-  const char* label;  ///< label in the text report, or null: not in the report
+  Json_key key;                 ///< empty: not in the JSON
+  const char* label = nullptr;  ///< label in the text report, or null: not in the report
   void (*store)(Record&, std::uint32_t);
   std::int64_t (*load)(const Record&);  ///< wide enough for every field, signed or not
 };

@@ -32,6 +32,7 @@ int frequencies_command(const Store& store, const Frequencies_options& options) 
   }
   if (has_stations.empty()) throw std::runtime_error("no block of these scans has a signal");
   std::vector<std::uint32_t> frequencies;
+  frequencies.reserve(has_stations.size() + 1);
   for (const auto& [khz, is_needed] : has_stations) frequencies.push_back(khz);
   // kestrel cannot tune index 0: it goes to a frequency that nobody misses.
   const bool has_filler = has_stations.begin()->second;

@@ -54,7 +54,7 @@ Json describe_as_json(const Now& now) {
                    : Json()},
       {"ps", text_or_null(is_fm ? now.rds.name() : "")},
       {"programme_type",
-       is_fm ? if_known(now.rds.pty, [](unsigned type) { return programme_type_name(type); })
+       is_fm ? if_known(now.rds.pty, [](unsigned type) { return programme_type_name(type, true); })
              : Json()},
   };
 }

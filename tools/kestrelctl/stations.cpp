@@ -6,7 +6,7 @@
 #include <algorithm>
 #include <array>
 #include <map>
-#include <ranges>
+#include <sstream>
 #include <tuple>
 #include <utility>
 
@@ -100,7 +100,8 @@ std::vector<Station> list_stations(std::span<const Scan> scans) {
 }
 
 std::vector<std::uint32_t> frequency_list_of(const Station& station, std::span<const Scan> scans) {
-  for (const auto& scan : std::views::reverse(scans)) {
+  for (std::size_t i = scans.size(); i-- > 0;) {
+    const auto& scan = scans[i];
     std::vector<std::uint32_t> frequencies;
     for (const auto& block : scan.blocks) frequencies.push_back(block.khz);
     if (!station.is_fm && station.index < frequencies.size() &&
@@ -138,10 +139,12 @@ std::vector<Station> find_stations(std::span<const Station> stations, std::strin
     if (folded == wanted) return equals;
     if (folded.starts_with(wanted)) return begins;
     if (folded.find(wanted) != std::string::npos) return contains;
-    const auto has = [&folded](auto word) {
-      return folded.find(std::string_view(word.begin(), word.end())) != std::string::npos;
-    };
-    return std::ranges::all_of(std::views::split(wanted, ' '), has) ? has_words : no;
+    std::istringstream words(wanted);
+    std::string word;
+    while (words >> word) {
+      if (folded.find(word) == std::string::npos) return no;
+    }
+    return has_words;
   };
   // What has audio comes before how close the name is, what can be played after it.
   std::tuple closest(false, has_words, false);
@@ -185,7 +188,8 @@ std::size_t distance_to_part(std::u32string_view name, std::u32string_view typed
 }  // namespace
 
 std::vector<std::string> find_nearest(std::span<const std::string> names, std::string_view typed) {
-  constexpr std::size_t longest = 64, most = 3;
+  constexpr std::size_t longest = 64;
+  constexpr std::size_t most = 3;
   const auto wanted = decode_utf8(fold(make_harmless(typed))).substr(0, longest);
   std::map<std::tuple<std::size_t, std::string>, std::string> nearest;
   for (const auto& name : names) {
@@ -194,7 +198,9 @@ std::vector<std::string> find_nearest(std::span<const std::string> names, std::s
       nearest.emplace(std::tuple(distance, natural_key(name)), name);
   }
   std::vector<std::string> list;
-  for (const auto& [key, name] : nearest | std::views::take(most)) list.push_back(name);
+  for (const auto& [key, name] : nearest) {
+    if (list.size() < most) list.push_back(name);
+  }
   return list;
 }
 

@@ -37,7 +37,7 @@ Lines describe_lines(const Now& now) {
         fmt::format("{} dBuV, SNR {} dB, multipath {} %{}", reception.rssi_dbuv, reception.snr_db,
                     reception.multipath, reception.is_received ? "" : ", not a station"));
     if (now.rds.pi) add("PI", fmt::format("{:04X}", *now.rds.pi));
-    if (now.rds.pty) add("Type", std::string(programme_type_name(*now.rds.pty)));
+    if (now.rds.pty) add("Type", std::string(programme_type_name(*now.rds.pty, true)));
   } else {
     add("Signal", fmt::format("{} dBuV, SNR {} dB, FIC quality {} %{}{}", reception.rssi_dbuv,
                               reception.snr_db, reception.fic_quality,
@@ -75,7 +75,7 @@ class Meter {
                peak_dbuv_, is_terminal_ ? "" : "\n");
     std::cout << std::flush;
   }
-  ~Meter() {
+  void finish() const {
     if (is_terminal_) std::cout << std::endl;
   }
 
@@ -138,22 +138,21 @@ int watch_command(Store& store, const Watch_options& options) {
   Radio radio(store);
   Changes changes;
   std::string trouble;
-  std::optional<Meter> meter;
-  if (options.is_meter) meter.emplace();
+  Meter meter;
+  const auto look = [&] {
+    if (options.is_meter) return meter.show(Receiver().reception());
+    for (const auto& now : split_by_text(radio.look())) {
+      if (!options.is_json) {
+        changes.show(now);
+      } else {
+        std::cout << describe_as_json(now).dump() << std::endl;
+      }
+    }
+  };
   const auto every = options.every.value_or(options.is_meter ? 150ms : 1000ms);
   for (unsigned looks = 1;; ++looks) {
     try {
-      if (meter) {
-        meter->show(Receiver().reception());
-      } else {
-        for (const auto& now : split_by_text(radio.look())) {
-          if (options.is_json) {
-            std::cout << describe_as_json(now).dump() << std::endl;
-          } else {
-            changes.show(now);
-          }
-        }
-      }
+      look();
       trouble.clear();
     } catch (const Stopped&) {
       break;
@@ -165,6 +164,7 @@ int watch_command(Store& store, const Watch_options& options) {
     }
     if (looks == options.count || !std::cout || !pause(every)) break;
   }
+  if (options.is_meter) meter.finish();
   return exit_status::success;
 }
 
