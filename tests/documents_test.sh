@@ -25,6 +25,7 @@ failures=0
 compare() {
   local pattern
   pattern="$(sed 's/[][*?()\\|!+@]/\\&/g; s/^\.\.\.$/*/; s/ \.\.\.$/ *([![:cntrl:]])/' <<<"$3")"
+  # shellcheck disable=SC2053 # a pattern
   [[ "$4" == $pattern ]] && return
   echo "$1: $ $2"
   diff --label shown --label printed -u0 <(echo "$3") <(echo "$4")

@@ -236,32 +236,6 @@ class Log_run : public Log_test {
   Store store_{path("state")};
 };
 
-TEST_F(Log_run, SamplesWhatPlays) {
-  Station pop;
-  pop.khz = 227360;
-  pop.service_id = 17333;
-  pop.component_id = 12;
-  Receiver().play_dab(pop, {});
-  auto made = options(8);
-  made.every = 10s;
-  const auto start = sim::now();
-  EXPECT_EQ(log_command(store_, made), 0);
-  EXPECT_NEAR(std::chrono::duration<double>(sim::now() - start).count(), 70, 1);
-  const auto found = rows("log");
-  ASSERT_EQ(found.size(), 8U);
-  unsigned texts = 0;
-  for (const auto& row : found) {
-    EXPECT_EQ(row["schema"], 1);
-    EXPECT_EQ(row["site"], "home");
-    EXPECT_EQ(row["block"], "12C");
-    EXPECT_EQ(row["rssi_dbuv"], 62);
-    texts += row.contains("text") ? 1U : 0U;
-  }
-  EXPECT_GT(texts, 3U);
-  EXPECT_NE(content("log.prom").find("kestrel_received{site=\"home\",block=\"12C\""),
-            std::string::npos);
-}
-
 TEST_F(Log_run, SurveysTheBlocksOfTheLastScanWithTheBoardToItself) {
   const std::pair<const char*, const char*> table[]{
       {"", "5A 2 12C 10 5A 2 12C 10 "},

@@ -120,22 +120,6 @@ TEST_F(Radio_test, SaysWhyAStationDoesNotPlay) {
   EXPECT_EQ(try_pop(), "");
 }
 
-TEST_F(Radio_test, NamesWhatIsWrongWithTheBoard) {
-  const auto look = [this] { return failure([this] { Radio(store_).look(); }).first; };
-  sim::Settings settings;
-  settings.board_files.erase("/dev/spidev0.0");
-  sim::power_on(settings);
-  EXPECT_TRUE(look().starts_with("SPI is switched off: ")) << look();
-  settings = {};
-  settings.faults = {*sim::parse_fault("all_ones")};
-  sim::power_on(settings);
-  EXPECT_EQ(look(), "No receiver answers. Is the board seated well?");
-  settings.faults = {*sim::parse_fault("all_zeros")};
-  sim::power_on(settings);
-  const auto boot = failure([this] { Radio(store_).play(station("Seegrund Pop")); }).first;
-  EXPECT_TRUE(boot.starts_with("The receiver does not answer.")) << boot;
-}
-
 TEST_F(Radio_test, TakesTheScansFrequenciesOnlyIfTheReceiverLacksThem) {
   constexpr std::uint8_t set_freq_list = 0xB8;
   const auto pop = station("Seegrund Pop");
@@ -158,17 +142,6 @@ TEST_F(Radio_test, TakesTheScansFrequenciesOnlyIfTheReceiverLacksThem) {
   Radio(store_).play(pop);
   EXPECT_EQ(last_command(0xB0)[2], 33);
   EXPECT_EQ(last_command(set_freq_list)[1], 41);
-}
-
-TEST_F(Radio_test, KeepsTheVolumeOverABoot) {
-  Radio radio(store_);
-  radio.set_volume(17);
-  radio.off();
-  EXPECT_EQ(radio.look().reception.firmware, Firmware::off);
-  EXPECT_EQ(radio.look().volume, 17);
-  radio.play(station("Seegrund Pop"));
-  EXPECT_EQ(Receiver().volume(), 17);
-  radio.stop();
 }
 
 /// Texts at random intervals, all of which a watch that looks now and then must show.

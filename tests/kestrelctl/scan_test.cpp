@@ -131,19 +131,6 @@ TEST(Scan_file, OfAnotherShapeIsReadAsFarAsItGoes) {
   EXPECT_EQ(scan.time, std::chrono::sys_seconds{});
 }
 
-TEST(Scan_file, OfTheFmBandKeepsWhatWasHeard) {
-  using namespace std::chrono;
-  const sys_seconds time = sys_days(year(2026) / 11 / 23) + hours(6) + seconds(9);
-  const auto scan = read_scan_text(write_fm_scan({{98500, 18978, "K\"ste", 10, -3, 36}}, time));
-  ASSERT_EQ(scan.fm_stations.size(), 1U);
-  const auto& heard = scan.fm_stations[0];
-  EXPECT_TRUE(scan.is_fm);
-  EXPECT_EQ(scan.time, time);
-  EXPECT_EQ(std::tie(heard.khz, heard.pi, heard.ps, heard.programme_type, heard.rssi_dbuv),
-            std::make_tuple(98500U, 18978, "K\"ste"s, 10U, -3));
-  EXPECT_EQ(heard.snr_db, 36);
-}
-
 std::vector<Scan> some_scans() {
   const auto data = "{'comp_ID': 9,'TMID': 3,'ASCTyDSCTy': 5}";
   const auto secondary = "{'comp_ID': 7,'TMID': 3},{'comp_ID': 0,'TMID': 0,'ASCTyDSCTy': 0}";
@@ -159,7 +146,7 @@ std::vector<Scan> some_scans() {
                 service(9, "Radio Pay", scrambled) + "," + service(10, "Radio 2"),
             50)));
   auto fm = read_scan_text(write_fm_scan(
-      {{98500, 18978, "Küste", 10, 60, 36}, Fm_station{.khz = 103700, .ps = ""}}, {}));
+      {{98500, 18978, "Küste", 10, -3, 36}, Fm_station{.khz = 103700, .ps = ""}}, {}));
   return {std::move(older), std::move(newer), std::move(fm)};
 }
 
@@ -243,7 +230,7 @@ Alpha       12C         DAB+  Pop music    50    0
 Alpha       12C         data  Pop music    50    0  data service
 Alphabet    12C         DAB   Pop music    50    0
 Empty       12C         DAB   Pop music    50    0  no audio
-Küste       98.50 MHz   FM    Pop music    60   36
+Küste       98.50 MHz   FM    Pop music    -3   36
 New, í "x"  12C         DAB+  Pop music    50    0
 Radio 2     12C         DAB+  Pop music    50    0
 Radio 2     12C         DAB+  Pop music    50    0

@@ -173,14 +173,6 @@ TEST(ServeRules, AnswersTheOwnPageUnderAnOwnNameAlone) {
   }
 }
 
-TEST(ServeRules, ComparesSecretsWhole) {
-  EXPECT_TRUE(is_same_secret("abcd", "abcd"));
-  for (const char* other : {"", "a", "abc", "abce", "bbcd", "abcdabcd", "abcda"}) {
-    EXPECT_FALSE(is_same_secret("abcd", other)) << other;
-  }
-  EXPECT_FALSE(is_same_secret("", "a"));
-}
-
 TEST(ServeRules, KnowsWhichAddressesOtherMachinesReach) {
   // The address, the port and whether it is the loopback's; none: not an address.
   const struct {
