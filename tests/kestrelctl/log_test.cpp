@@ -148,20 +148,10 @@ TEST(Metrics_test, ShowTheLastSampleOrEachBlock) {
   };
   const std::string site = R"({site="a\"b\\c\nd")";
   EXPECT_TRUE(has("kestrel_up" + site + "} 0"));
-  metrics.take({{"kind", "sample"},
-                {"block", "12C"},
-                {"khz", 227360},
-                {"station", "Old"},
-                {"received", true},
-                {"rssi_dbuv", 40}});
-  metrics.take({{"kind", "sample"},
-                {"block", nullptr},
-                {"khz", 98500},
-                {"station", nullptr},
-                {"received", true},
-                {"rssi_dbuv", -3},
-                {"fic_quality", 87},
-                {"cnr_db", nullptr}});
+  metrics.take(Row::parse(R"({"kind":"sample","block":"12C","khz":227360,"station":"Old",
+                              "received":true,"rssi_dbuv":40})"));
+  metrics.take(Row::parse(R"({"kind":"sample","block":null,"khz":98500,"station":null,
+                              "received":true,"rssi_dbuv":-3,"fic_quality":87,"cnr_db":null})"));
   metrics.take({{"kind", "appeared"}, {"block", "5A"}});
   EXPECT_TRUE(has("kestrel_up" + site + "} 1"));
   EXPECT_TRUE(has("kestrel_rssi_dbuv" + site + R"(,block="98.50 MHz",station=""} -3)"));

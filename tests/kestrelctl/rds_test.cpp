@@ -146,10 +146,6 @@ const Reception receptions[]{
      "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002 E0CD 4343/1 1001 0003 E0CD 4444 "
      "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002 E0CD 4343/2 1001 0003 E0CD 4444",
      "ps=AABBCCDD;", ""},
-    {"a pair that was corrected twice, but otherwise",
-     "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0003 E0CD 4444 1001 0002 E0CD 4343/1 "
-     "1001 0002 E0CD 4344/1",
-     ""},
     {"a pair at an address that was corrected",
      "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002/2 E0CD 4343 1001 0003 E0CD 4444", ""},
     {"a name with a carriage return",
@@ -160,9 +156,7 @@ const Reception receptions[]{
      ""},
     {"frequencies that were corrected, and one of them again",
      "6201 00F0 0102/1 594C 6201 00F1 0203/2 594C", "af=87700;", ""},
-    {"a flag that was corrected does not end a text", "6202 2140 4141 410D 6202 2150/1 4242 420D",
-     "text=AAA;"},
-    {"but it does when it stays",
+    {"a flag that was corrected ends a text only when it stays",
      "6202 2140 4141 410D 6202 2150/1 4242 420D 6202 2150/1 4242 420D 6202 2150/1 4242 420D",
      "text=BBB;", "text=AAA;"},
     {"the end of a text that was not seen",
