@@ -96,7 +96,7 @@ const Run runs[]{
       {0xF1, 0x00, "", "cleared:", "x"}}},
     {"title and artist, counted in characters, for as long as they are on",
      {{0x80, 0xF0, "Ärzte - Für dich", "text:Ärzte - Für dich"},
-      {0xF2, 0x86, "\x05\x04\x00\x04\x01\x08\x07"s, "item:Ärzte - Für dich|Für dich|Ärzte"},
+      {0xF2, 0x86, "\x05\x04\x00\x05\x01\x08\x07"s, "item:Ärzte - Für dich|Für dich|Ärzte"},
       {0xF2, 0x86, "\x05\x04\x00\x04\x01\x08\x07"s, ""},
       {0xF2, 0x86, "\x01\x04\x00\x04\x01\x08\x07"s, "item:Ärzte - Für dich"},
       {0xF2, 0x86, "\x05\x84\x80\x84\x81\x88\x87"s, "item:Ärzte - Für dich|Für dich|Ärzte"},

@@ -115,19 +115,6 @@ TEST(Scan_file, IsRefusedWithThePlaceOrTheLimit) {
   }
 }
 
-TEST(Scan_file, OfAnotherShapeIsReadAsFarAsItGoes) {
-  const auto scan = read_scan_text(
-      R"({"Location": [], "ensembleList": [7, {}, {"EnsemleNo": -1, "DigradStatus": {"rssi": 250,
-      "snr": 1e99, "tune_freq": 99999999999}, "DigitalServiceList": {"ServiceList": ["x", {"Label":
-      [], "ComponentList": 3}]}, "ensembleTime": {"year": 2024, "month": 13, "day": 1}}]})");
-  ASSERT_EQ(scan.blocks.size(), 2U);
-  EXPECT_EQ(scan.blocks[1].index, 0U);
-  EXPECT_EQ(scan.blocks[1].rssi_dbuv, -6);
-  EXPECT_EQ(scan.blocks[1].khz, 0U);
-  EXPECT_EQ(scan.blocks[1].services.size(), 1U);
-  EXPECT_EQ(scan.time, std::chrono::sys_seconds{});
-}
-
 std::vector<Scan> some_scans() {
   const auto data = "{'comp_ID': 9,'TMID': 3,'ASCTyDSCTy': 5}";
   const auto secondary = "{'comp_ID': 7,'TMID': 3},{'comp_ID': 0,'TMID': 0,'ASCTyDSCTy': 0}";
