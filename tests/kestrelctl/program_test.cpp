@@ -37,6 +37,7 @@ TEST_F(Kestrelctl, EndsWithAStatusThatSaysWhatHappened) {
       {"ctl play hochried 1 --block 5c", 0, "Playing Hochried 1, 5C"},
       {"ctl play velrose", 3, "Velrose"},
       {"ctl play moregnrot", 4, "Do you mean Morgenrot?"},
+      {"ctl play $(head -c 10000 /dev/zero | tr '\\0' s)", 4, "ss"},
       {"ctl play", 64, "Which station?"},
       {"ctl play --fm nan", 64, "--fm"},
       {"ctl play pop --volume 64", 64, "--volume"},

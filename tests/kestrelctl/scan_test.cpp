@@ -165,17 +165,6 @@ TEST(Stations, AreFoundByNameAsCloseAsPossible) {
   }
 }
 
-TEST(Stations, ThatNobodyHasAreTakenForTheNearest) {
-  const std::string names[]{"Seegrund Pop", "Seegrund Pop 2", "Altmoor FM", "FM"};
-  const std::pair<std::string, std::vector<std::string>> rows[]{
-      {"seegrnd pop", {"Seegrund Pop", "Seegrund Pop 2"}},
-      {"altmor", {"Altmoor FM"}},
-      {"xy", {}},
-      {"", {}},
-      {std::string(10'000, 's'), {}}};
-  for (const auto& [typed, nearest] : rows) EXPECT_EQ(find_nearest(names, typed), nearest) << typed;
-}
-
 TEST(Stations, SayWhereTheyAreAndWhatPlaysThem) {
   const auto scans = some_scans();
   const auto stations = list_stations(scans);
