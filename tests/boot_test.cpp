@@ -61,7 +61,7 @@ TEST_F(Boot, SendsPatchAndImageWholeAndInOrder) {
 
 TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
   constexpr std::uint64_t powered = 250'000, loaded = 400'000, in_reset = 2'000'000;
-  constexpr auto no_patch_us = powered + in_reset, no_image_us = no_patch_us + 50'000;
+  constexpr auto patch_us = powered + in_reset, image_us = patch_us + 50'000;
   constexpr std::uint64_t never = 125'000;
   // "|": the reset line goes low.
   const std::string no_power_up = "|Could not power up the Si468x\n";
@@ -72,27 +72,19 @@ TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
       {.after = 1, .then = refused, .code = 4, .wait_us = powered, .text = no_power_up},
       {.after = 2, .then = frame(0x80, 0x90), .code = 104, .wait_us = powered, .text = no_power_up},
       {.after = 2, .then = ready, .code = 104, .wait_us = powered, .text = no_power_up},
-      {.after = at_patch + 3,
-       .then = refused,
-       .code = 108,
-       .wait_us = no_patch_us,
-       .text = no_patch},
+      {.after = at_patch + 3, .then = refused, .code = 108, .wait_us = patch_us, .text = no_patch},
       {.after = at_patch + 1,
        .times = 50,
        .then = busy,
        .code = 108,
-       .wait_us = no_patch_us + never,
+       .wait_us = patch_us + never,
        .text = no_patch},
-      {.after = at_image + 5,
-       .then = arbiter,
-       .code = 108,
-       .wait_us = no_image_us,
-       .text = no_image},
+      {.after = at_image + 5, .then = arbiter, .code = 108, .wait_us = image_us, .text = no_image},
       {.after = at_image + 1,
        .times = 50,
        .then = busy,
        .code = 108,
-       .wait_us = no_image_us + never,
+       .wait_us = image_us + never,
        .text = no_image},
       {.after = at_patch - 1, .then = refused, .code = 110, .wait_us = loaded, .text = no_boot},
       {.after = at_boot + 1, .then = refused, .code = 10, .wait_us = loaded, .text = no_boot},

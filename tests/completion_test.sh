@@ -22,9 +22,10 @@ cd "$scratch" || exit 1
 mkdir bin
 touch "my blocks.txt" my-other.txt
 
+hostile=('aa";touch p5;"' 'bb$(touch p5)' 'cc`touch p5`' "dd';touch p5;'" 'ee!!' "ff'n'" 'gg\' 'hh & 1'
+  'ii:b=c@d' 'jj #~*?[x]{1}')
 audio='"ComponentList": [{"comp_ID": 2}]' services="" id=0
-for name in 'aa";touch p5;"' 'bb$(touch p5)' 'cc`touch p5`' "dd';touch p5;'" 'ee!!' "ff'n'" 'gg\' 'hh & 1' \
-  'ii:b=c@d' 'jj #~*?[x]{1}' 'Radio 1' '-kk'; do
+for name in "${hostile[@]}" 'Radio 1' '-kk'; do
   name="${name//\\/\\\\}"
   services+="{\"Label\": \"${name//\"/\\\"}\", \"SICharset\": 15, \"ServId\": $((++id)), $audio}, "
 done
@@ -88,8 +89,7 @@ expect "kestrelctl report ens$tab" "[report][ensemblescan_1_X.json]"
 expect "kestrelctl play rad$tab" "[play][Radio 1]"
 expect "kestrelctl play --volume 5 radio ${tab}" "[play][--volume][5][radio][1]"
 expect "kestrelctl preset set 3 rad$tab" "[preset][set][3][Radio 1]"
-for name in 'aa";touch p5;"' 'bb$(touch p5)' 'cc`touch p5`' "dd';touch p5;'" 'ee!!' "ff'n'" 'gg\' 'hh & 1' \
-  'ii:b=c@d' 'jj #~*?[x]{1}'; do
+for name in "${hostile[@]}"; do
   expect "kestrelctl play ${name:0:2}$tab" "[play][$name]"
   expect "kestrelctl play '${name:0:2}$tab" "[play][$name]"
 done

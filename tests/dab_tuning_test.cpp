@@ -46,21 +46,15 @@ TEST_F(Dab_tuning, ListIsWrittenLittleEndianUpToItsLimit) {
 
 TEST_F(Dab_tuning, ListIsReadAsLongAsTheChipSays) {
   constexpr unsigned canary = 0xC0FFEE;
+  const Script no_count{.after = 1, .then = arbiter, .result = -1, .code = 19};
+  const Script no_entries{.after = 5, .then = refused, .result = -2, .code = 119};
   // Claimed length, then the count and the entries that the caller gets, and the last read.
   const std::tuple<std::uint8_t, Script, int, unsigned, const char*> cases[]{
       {41, {}, 41, 41, "read 173"},
       {0, {}, 0, 0, "read 9"},
       {255, {}, 255, 255, "read 1029"},
-      {41,
-       {.what = "no count", .after = 1, .then = arbiter, .result = -1, .code = 19},
-       0,
-       0,
-       "read 7"},
-      {41,
-       {.what = "no entries", .after = 5, .then = refused, .result = -2, .code = 119},
-       41,
-       0,
-       "read 173"}};
+      {41, no_count, 0, 0, "read 7"},
+      {41, no_entries, 41, 0, "read 173"}};
   for (const auto& [claimed, script, known, entries, last_read] : cases) {
     Bytes data{claimed, 0x77, 0x77, 0x77};
     for (unsigned i = 0; i < 255; ++i) data.insert(data.end(), {std::uint8_t(i), 0xC3, 0xB2, 0xA1});
@@ -83,15 +77,10 @@ TEST_F(Dab_tuning, TuneWaitsForCompleteThroughErrors) {
        {.after = 2, .times = 2, .then = no_stc, .wait_us = 200 * ms},
        {.after = 2, .times = 5, .then = frame(0xC1, 0xC0), .code = 114, .wait_us = 500 * ms},
        {.what = "at the last poll", .after = 2, .times = 99, .then = busy, .wait_us = 9900 * ms},
-       {.after = 2, .times = 100, .then = no_stc, .code = 121, .wait_us = never},
+       {.after = 2, .times = 100, .then = stc_broken, .result = -2, .code = 121, .wait_us = never},
        {.after = 2, .times = 100, .then = refused, .result = -2, .code = 121, .wait_us = never},
        {.after = 2, .times = 100, .then = stc_arbiter, .result = -1, .code = 121, .wait_us = never},
-       {.after = 2,
-        .times = 100,
-        .then = stc_broken,
-        .result = -2,
-        .code = 121,
-        .wait_us = never}});
+       {.after = 2, .times = 100, .then = no_stc, .code = 121, .wait_us = never}});
   EXPECT_EQ(commands(), Lines{"b0 00 2c 00 00 00"});
   start().answer(ready, 2).answer(arbiter, 99).by_default(no_stc);
   EXPECT_EQ(Si468x_DAB_tune_freq(44), 0);  // only the last poll counts

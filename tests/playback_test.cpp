@@ -11,13 +11,9 @@ namespace {
 using Playback = Board;
 
 TEST_F(Playback, ServiceIsStartedAndStopped) {
+  const std::string unheard = "Could not start service\n\n";
   play(ready, [] { return play_station(0x12345678, 0x9ABCDEF0); },
-       {{.after = 1,
-         .then = refused,
-         .result = -1,
-         .code = 32,
-         .text = "Could not start service\n\n"},
-        {}});
+       {{.after = 1, .then = refused, .result = -1, .code = 32, .text = unheard}, {}});
   EXPECT_EQ(commands(), Lines{"81 00 00 00 78 56 34 12 f0 de bc 9a"});
   play(ready, [] { return Si468x_stop_digital_service(2, 17333, 12); },
        {{.what = "refused", .after = 1, .then = refused, .result = -2, .code = 33}, {}});
@@ -72,13 +68,9 @@ TEST_F(Playback, StationTextLeavesOutItsFrame) {
     play(packet(payload.size(), payload), print_station_text,
          {{.after = 1, .times = 9, .then = busy, .wait_us = 100, .text = text}});
   }
+  const std::string failed = "Error getting service data \n\n";
   play(ready, print_station_text,
-       {{.after = 1,
-         .times = 10,
-         .then = busy,
-         .code = 34,
-         .wait_us = 110,
-         .text = "Error getting service data \n\n"}});
+       {{.after = 1, .times = 10, .then = busy, .code = 34, .wait_us = 110, .text = failed}});
   Lines expected{"frame 84 00", "delay_us 10"};
   for (int i = 0; i < 10; ++i) expected.insert(expected.end(), {"read 2", "delay_us 10"});
   EXPECT_EQ(happened(), expected);

@@ -67,11 +67,7 @@ TEST_F(Protocol, StatusIsJudgedTheSameWayEverywhere) {
     play(ready, [&] { return Si468x_check_status_bits(into.data()); },
          {{.what = "frame read before", .result = result, .code = check_code}});
     play(ready, [&] { return Si468x_load_firmware_datapackage(data.data(), 0x10002); },
-         {{.what = "image block",
-           .after = 1,
-           .then = status,
-           .result = result,
-           .code = 260 * failed}});
+         {{.after = 1, .then = status, .result = result, .code = 260 * failed}});
     EXPECT_EQ(data, (Bytes{0xC0, 0, 3}));
   }
 }

@@ -121,14 +121,9 @@ TEST_F(Records, FailedReadKeepsTheRecord) {
   const auto before = printed(print);
   for (const auto& [read, code, last] : reads) {
     play(ones, read,
-         {{.what = "refused", .after = 2, .then = dead, .result = -2, .code = code},
-          {.after = 2, .then = frame(0x80, 0xC2, Bytes(19, 0xFF)), .result = -1, .code = code},
-          {.after = 1,
-           .times = 50,
-           .then = busy,
-           .result = -3,
-           .code = code,
-           .wait_us = 1'227'500}});
+         {{.after = 1, .times = 50, .then = busy, .result = -3, .code = code, .wait_us = 1'227'500},
+          {.what = "refused", .after = 2, .then = dead, .result = -2, .code = code},
+          {.after = 2, .then = frame(0x80, 0xC2, Bytes(19, 0xFF)), .result = -1, .code = code}});
   }
   EXPECT_EQ(printed(print), before);
 }

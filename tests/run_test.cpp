@@ -102,18 +102,6 @@ TEST_F(Whole_run, GoesOnWithoutItsStandardStreams) {
   }
 }
 
-TEST_F(Whole_run, FollowsALinkToItsScanFileAndPassesOverOneThatCannotBeWritten) {
-  expect_playing();
-  for (const auto* target : {"elsewhere", "/dev/full", "nowhere/scan"}) {
-    std::filesystem::create_symlink(target, path("ensemblescan__.json"));
-    run("-u");
-    EXPECT_EQ(status_, 0) << target;
-    EXPECT_TRUE(out_.ends_with("Thank you\n")) << target;
-    std::filesystem::remove(path("ensemblescan__.json"));
-  }
-  EXPECT_TRUE(content("elsewhere").ends_with("]}"));
-}
-
 TEST_F(Whole_run, OfAnotherUserStopsBeforeTheBus) {
   run("-b D", "setpriv --reuid 65534 --regid 65534 --clear-groups");
   EXPECT_EQ(status_, 0);

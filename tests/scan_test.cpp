@@ -92,12 +92,9 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
       for (const auto shift : {0U, 8U, 16U, 24U}) sent.push_back(std::uint8_t(khz >> shift));
     }
     if (error.empty()) {
+      const auto failed = said + "Error setting frequency list.\n";
       play(ready, load_list,
-           {{.after = 1,
-             .then = refused,
-             .result = -1,
-             .code = 20,
-             .text = said + "Error setting frequency list.\n"}});
+           {{.after = 1, .then = refused, .result = -1, .code = 20, .text = failed}});
       said.append("Sent new frequency list to the Si468x.\n");
     }
     play(ready, load_list, {{.result = error.empty() ? 0 : -1, .text = said + error}});

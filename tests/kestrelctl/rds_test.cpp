@@ -94,26 +94,17 @@ const Reception receptions[]{
      "ps=AABBCCDD;"},
     {"text with an end", "C954 24F0 4A41 434B C954 24F1 2039 362E C954 24F2 390D 0000",
      "text=JACK 96.9;"},
-    {"text filled up with blanks",
-     "A959 2410 4641 4E43 A959 2411 5920 2D20 A959 2412 426F 6C65 A959 2413 726F 2020" +
-         blanks_after("A959", 0x2413),
-     "text=FANCY - Bolero;", ""},
-    {"text beyond ASCII",
+    {"text beyond ASCII, filled up with blanks",
      "6205 2440 5665 6761 6205 2441 204B 7691 6205 2442 6C6C 2020" + blanks_after("6205", 0x2442),
-     "text=Vega Kväll;"},
+     "text=Vega Kväll;", ""},
     {"text without an end",
-     "A540 2540 526F 6262 A540 2541 6965 2057 A540 2542 696C 6C69 A540 2543 616D 7320 "
-     "A540 2544 2D20 4665 A540 2545 656C 2020 A540 2540 526F 6262 A540 2541 6965 2057 "
-     "A540 2542 696C 6C69 A540 2543 616D 7320 A540 2544 2D20 4665 A540 2545 656C 2020",
-     "text=Robbie Williams - Feel;"},
+     "A540 2540 526F 6262 A540 2541 6965 2020 A540 2540 526F 6262 A540 2541 6965 2020",
+     "text=Robbie;"},
     {"text in pairs, by 2B", "A540 2D40 A540 526F A540 2D41 A540 6262 A540 2D42 A540 0D20",
      "text=Robb;"},
     {"another text, the flag turned",
-     "6202 2150 4749 524C 6202 2151 5327 2047 6202 2152 454E 4552 6202 2153 4154 494F "
-     "6202 2154 4E20 2D20 6202 2155 5275 6E20 6202 2156 6465 7669 6202 2157 6C20 7275 "
-     "6202 2158 6E0D 2020 6202 2140 5061 7061 6202 2141 6E61 6E61 6202 2142 616D 616E "
-     "6202 2143 204B 2D70 6202 2144 6F70 2D73 6202 2145 686F 770D",
-     "text=Papananaaman K-pop-show;", "text=GIRLS' GENERATION - Run devil run;"},
+     "6202 2150 5275 6E20 6202 2151 720D 2020 6202 2140 5061 7061 6202 2141 6E0D 2020",
+     "text=Papan;", "text=Run r;"},
     {"another text, the flag as it was",
      "6202 2140 4141 4141 6202 2141 420D 2020 6202 2140 4141 4141 6202 2141 430D 2020",
      "text=AAAAB;"},
@@ -145,22 +136,16 @@ const Reception receptions[]{
     {"groups of tags announced in a corrected group", "53C5 3558/1 0000 4BD7 " + text_and_tags,
      "text=A-B;"},
     {"clock", "D314 41C1 C3EF 5AC4", "time=2017-04-04 23:43 120;"},
-    {"clock at the end of a day", "F201 441D D299 5EC4", "time=2022-05-25 23:59 120;"},
-    {"clock at the beginning of a day", "F201 441D D299 6004", "time=2022-05-26 00:00 120;"},
+    {"clock at midnight", "F201 441D D299 5EC4 F201 441D D299 6004", "time=2022-05-26 00:00 120;",
+     "time=2022-05-25 23:59 120;"},
     {"clock west of Greenwich", "D314 41C1 C3EE 0AEB", "time=2017-04-03 19:13 -330;"},
-    {"clock without a date", "D314 41C0 7530 5AC4", ""},
-    {"clock with 24 hours", "D314 41C1 C3EF 8AC4", ""},
-    {"clock with 60 minutes", "D314 41C1 C3EF 5F04", ""},
-    {"clock 14.5 hours east", "D314 41C1 C3EF 5ADD", ""},
+    {"clocks without a date, with 24 hours, with 60 minutes, 14.5 hours east",
+     "D314 41C0 7530 5AC4 D314 41C1 C3EF 8AC4 D314 41C1 C3EF 5F04 D314 41C1 C3EF 5ADD", ""},
     {"clock that was corrected", "D314 41C1 C3EF/1 5AC4 D314 41C1 C3EF/1 5AC4", ""},
     {"a pair that was corrected, and again",
      "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002 E0CD 4343/1 1001 0003 E0CD 4444 "
      "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002 E0CD 4343/2 1001 0003 E0CD 4444",
      "ps=AABBCCDD;", ""},
-    {"a pair that was corrected twice, but otherwise",
-     "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0003 E0CD 4444 1001 0002 E0CD 4343/1 "
-     "1001 0002 E0CD 4344/1",
-     ""},
     {"a pair at an address that was corrected",
      "1001 0000 E0CD 4141 1001 0001 E0CD 4242 1001 0002/2 E0CD 4343 1001 0003 E0CD 4444", ""},
     {"a name with a carriage return",
@@ -171,9 +156,7 @@ const Reception receptions[]{
      ""},
     {"frequencies that were corrected, and one of them again",
      "6201 00F0 0102/1 594C 6201 00F1 0203/2 594C", "af=87700;", ""},
-    {"a flag that was corrected does not end a text", "6202 2140 4141 410D 6202 2150/1 4242 420D",
-     "text=AAA;"},
-    {"but it does when it stays",
+    {"a flag that was corrected ends a text only when it stays",
      "6202 2140 4141 410D 6202 2150/1 4242 420D 6202 2150/1 4242 420D 6202 2150/1 4242 420D",
      "text=BBB;", "text=AAA;"},
     {"the end of a text that was not seen",
@@ -205,10 +188,8 @@ TEST(Rds, GroupsSayWhatTheStationSays) {
 TEST(Rds, GroupsSayWhatKindOfStationItIs) {
   const std::pair<std::string, std::string> rows[]{
       {"6204 0130 966B 594C 6204 0137 966B 4D20", "6204 pty 9 tp 0 ta 1 music 0 stereo 1"},
-      {"6204 0550 966B 594C", "6204 pty 10 tp 1 ta 1 music 0 stereo -"},
       {"6204 0548 966B 594C", "6204 pty 10 tp 1 ta 0 music 1 stereo -"},
       {"6204 0533 966B 594C", "6204 pty 9 tp 1 ta 1 music 0 stereo 0"},
-      {"6204/1 0533/1 966B 594C", "0 pty - tp - ta - music - stereo -"},
       {"6204/1 0533/1 966B 594C 6204/2 0533/2 966B 594C", "6204 pty 9 tp 1 ta 1 music 0 stereo 0"},
       {"6204/3 2D40 1234 4141 6204/3 2D40 0000 4141", "1234 pty 10 tp 1 ta - music - stereo -"},
       {"6204 0400 E0CD 4141 1234 0420 E0CD 4141", "6204 pty 0 tp 1 ta 0 music 0 stereo -"},
@@ -259,10 +240,9 @@ TEST(Rds, TextIsCompleteInTimeWhereverItBegins) {
   const Station station{"Seegrund", long_text, 0};
   for (std::size_t first = 0; first < 128; ++first) {
     Rds_decoder decoder;
-    for (std::size_t i = 0; i < groups_in_8_s; ++i) {
+    for (std::size_t i = 1; i <= groups_in_8_s; ++i) {
       decoder.feed(station.group(first + i));
-      if (i + 1 < groups_in_2_s) continue;
-      EXPECT_EQ(decoder.state().ps, "Seegrund") << first;
+      if (i >= groups_in_2_s) EXPECT_EQ(decoder.state().ps, "Seegrund") << first;
     }
     EXPECT_EQ(decoder.state().radiotext, long_text) << first;
   }

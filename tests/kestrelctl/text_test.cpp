@@ -76,19 +76,4 @@ TEST(Text, TakesColumns) {
   EXPECT_EQ(pad("Seegrund", 4), "Seegrund");
 }
 
-TEST(Text, IsCutByTags) {
-  const std::tuple<Text_tag, std::string, std::string> rows[]{
-      {{1, 0, 4}, "Änne,", "-"},  // a length marker one too high takes a comma; blanks are trimmed
-      {{4, 5, 5}, "-", "Rößle"},
-      {{1, 11, 126}, "", "-"},
-      {{4, 12, 0}, "-", "-"},
-      {{2, 0, 3}, "-", "-"}};
-  for (const auto& [tag, expected_title, expected_artist] : rows) {
-    std::string title = "-";
-    std::string artist = "-";
-    read_tag(tag, U"Änne, Rößle ", title, artist);
-    EXPECT_EQ(std::pair(title, artist), std::pair(expected_title, expected_artist)) << tag.start;
-  }
-}
-
 }  // namespace
