@@ -27,6 +27,7 @@ TEST_F(Kestrelctl, EndsWithAStatusThatSaysWhatHappened) {
       {"sed -i s/Morgenrot/Nebelgrau/ state/scans/e*; ctl scan | grep -E '^(new|lost|changed) '", 0,
        "changed  Morgenrot, 5A\n"},
       {"ls state/scans/ensemble* | wc -l", 0, "2\n"},
+      {"ctl stations | awk 'length > 80' | wc -l", 0, "0\n"},
       {"ctl play pop --volume 9", 0, "Playing Seegrund Pop, 12C, 62 dBuV, SNR 19\n"},
       {"ctl play HOHENWEG", 0, "Playing Höhenweg, 12A"},
       {"ctl play Morgenrot", 0, "Playing Morgenrot, 5A"},
