@@ -12,12 +12,13 @@ cmake_path(SET libraries NORMALIZE
 set(CMAKE_FIND_ROOT_PATH "${libraries}")
 # What the libraries themselves need is there, too.
 set(CMAKE_CXX_FLAGS_INIT "-isystem ${libraries}/usr/include/${CMAKE_LIBRARY_ARCHITECTURE}")
-set(shared_libraries "${libraries}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}")
+set(shared_libraries "${libraries}/usr/lib/${CMAKE_LIBRARY_ARCHITECTURE}:${libraries}/lib/${CMAKE_LIBRARY_ARCHITECTURE}")
 set(CMAKE_EXE_LINKER_FLAGS_INIT "-Wl,-rpath-link,${shared_libraries}")
 # An absolute path: the tests start the programs with an empty environment.
 find_program(KESTREL_QEMU ${qemu} REQUIRED)
 set(CMAKE_CROSSCOMPILING_EMULATOR
-    "${KESTREL_QEMU};-E;LD_LIBRARY_PATH=${shared_libraries};-L;/usr/${CMAKE_LIBRARY_ARCHITECTURE}")
+    "${KESTREL_QEMU};-E;LD_LIBRARY_PATH=${shared_libraries};-L;/usr/${CMAKE_LIBRARY_ARCHITECTURE}"
+)
 set(CMAKE_FIND_ROOT_PATH_MODE_PROGRAM NEVER)
 set(CMAKE_FIND_ROOT_PATH_MODE_LIBRARY ONLY)
 set(CMAKE_FIND_ROOT_PATH_MODE_INCLUDE ONLY)

@@ -20,11 +20,12 @@ int Ensemble_list::rescan() {
 
   Si468x_DAB_digrad_status status;  // a failed tune leaves it, and the bar, as it was
   for (std::uint8_t i = 0; i < number_of_frequencies; ++i) {
-    const auto found = visit(i, status, [&] {
+    const auto report = [&] {
       std::cout << "Scanning frequency: " << frequencies_khz[i]
                 << " kHz. Found signal with RSSI: " << std::string(status.rssi, '-') << '\n'
                 << std::flush;
-    });
+    };
+    const auto found = visit(i, status, std::cref(report));
     if (found == 1) std::cout << "Found ensemble!\n" << std::flush;
   }
   return get_geo_location();

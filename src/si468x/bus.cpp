@@ -130,22 +130,27 @@ void bcm2835_spi_transfernb_noCS(const std::uint8_t* tbuf, std::uint8_t* rbuf, s
   auto* const fifo = bcm2835_spi0 + fifo_register;
   // The kernel's driver has the same registers. Once it has ended our frame for one of its own,
   // nothing will come in any more: what is missing then shows in the chip's status.
-  bool is_ours = true;
-  const auto shows = [&is_ours](std::uint32_t cs_bit) {
+  bool was_active = false;
+  bool is_lost = false;
+  const auto shows = [&](std::uint32_t cs_bit) {
     const auto control = bcm2835_peri_read(bcm2835_spi0 + cs_register);
-    is_ours = is_ours && (control & cs_transfer_active) != 0;
-    return is_ours && (control & cs_bit) != 0;
+    const bool is_active = (control & cs_transfer_active) != 0;
+    is_lost = is_lost || (was_active && !is_active);
+    was_active = was_active || is_active;
+    return !is_lost && (control & cs_bit) != 0;
   };
   std::uint32_t sent = 0;
   std::uint32_t received = 0;
-  while (is_ours && (sent < len || received < len)) {
+  while (!is_lost && (sent < len || received < len)) {
+    const auto moved = sent + received;
     while (sent < len && shows(cs_transmit_space)) bcm2835_peri_write(fifo, tbuf[sent++]);
     while (received < len && shows(cs_receive_data)) {
       rbuf[received++] = static_cast<std::uint8_t>(bcm2835_peri_read(fifo));
     }
+    // It may have been ended before the first look.
+    if (!was_active && sent + received == moved) is_lost = true;
   }
-  while (is_ours && !shows(cs_done)) {
-  }
+  while (!is_lost && !shows(cs_done)) is_lost = is_lost || !was_active;
 }
 
 void bcm2835_spi_transfern_noCS(std::uint8_t* buf, std::uint32_t len) {

@@ -242,7 +242,9 @@ TEST(Rds, TextIsCompleteInTimeWhereverItBegins) {
     Rds_decoder decoder;
     for (std::size_t i = 1; i <= groups_in_8_s; ++i) {
       decoder.feed(station.group(first + i));
-      if (i >= groups_in_2_s) EXPECT_EQ(decoder.state().ps, "Seegrund") << first;
+      if (i >= groups_in_2_s) {
+        EXPECT_EQ(decoder.state().ps, "Seegrund") << first;
+      }
     }
     EXPECT_EQ(decoder.state().radiotext, long_text) << first;
   }
