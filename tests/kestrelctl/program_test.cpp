@@ -91,8 +91,8 @@ TEST_F(Kestrelctl, LetsEveryoneHaveATurn) {
     EXPECT_NE(together.find(std::string("Playing ") + name + ","), std::string::npos) << together;
   }
   // A program of kestrel's name holds no lock.
-  EXPECT_NE(run("cp /bin/sleep kestrel; ./kestrel 1.5 & sleep 0.1; ctl status")
-                .find("waiting for another kestrel to end\nStation"),
+  EXPECT_NE(run("cp /bin/sleep kestrel; ./kestrel 3 & sleep 0.1; ctl status")
+                .find("waiting for another kestrel to end\nFirmware"),
             std::string::npos);
 }
 

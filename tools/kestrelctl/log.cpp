@@ -98,7 +98,7 @@ class Sampler {
         receiver_trouble_.report(failure.what());
         metrics_.clear();
         publish();
-      } catch (const std::runtime_error& error) {  // of the store
+      } catch (const std::exception& error) {  // of the store, or of a library
         receiver_trouble_.report(error.what());
       }
       if ((options_.count != 0 && done == options_.count) || is_over_ || !wait()) break;
@@ -109,7 +109,7 @@ class Sampler {
  private:
   void sample() {
     const auto now = radio_.look();
-    put(sample_row(site_, now));
+    for (const auto& said : split_by_text(now)) put(sample_row(site_, said));
     if (!broker_) return;
     const auto presets = store_.settings().presets;
     std::vector<std::string> choices;

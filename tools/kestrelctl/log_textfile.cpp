@@ -53,7 +53,7 @@ void Metrics::take(const Row& row) {
   const auto& kind = row["kind"];
   if (kind != "sample" && kind != "detection") return;
   rows_[kind == "sample" ? "" : place_of(row)] = row;
-  is_up_ = true;
+  is_up_ = !row["khz"].is_null();
   using Seconds = std::chrono::duration<double>;
   last_sample_ = Seconds(std::chrono::system_clock::now().time_since_epoch()).count();
 }
@@ -69,7 +69,7 @@ std::string Metrics::format() const {
     text += fmt::format("# HELP {0} {1}\n# TYPE {0} {2}\n", name, help, type);
   };
   const auto site = escape(site_);
-  begin("kestrel_up", "1 if the receiver answered when it was looked at last.", "gauge");
+  begin("kestrel_up", "1 if the receiver was on and tuned when it was looked at last.", "gauge");
   text += fmt::format("kestrel_up{{site=\"{}\"}} {}\n", site, is_up_ ? 1 : 0);
   begin("kestrel_last_sample_timestamp_seconds", "When the receiver answered last.", "gauge");
   text += fmt::format("kestrel_last_sample_timestamp_seconds{{site=\"{}\"}} {:.3f}\n", site,

@@ -43,8 +43,9 @@ Mqtt_address parse_mqtt_url(const std::string& url) {
   constexpr int highest_port = 65535;
   static const std::regex form(
       R"((mqtts?)://(?:([^@:/]+)@)?(\[[0-9a-fA-F:.]+\]|[^@:/\[\]]+)(?::(\d{1,5}))?(?:/([^+#]*))?)");
+  constexpr std::size_t longest_url = 1024;  // more is more than the regular expressions bear
   std::smatch parts;
-  if (!std::regex_match(url, parts, form)) {
+  if (url.size() > longest_url || !std::regex_match(url, parts, form)) {
     throw Failure(
         "--mqtt takes mqtt://[USER@]HOST[:PORT][/PREFIX] or mqtts://...; a password goes "
         "into the file of --mqtt-password-file",

@@ -3,10 +3,10 @@
 // kestrelctl, the radio for every day. This file has its command line.
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <poll.h>
 #include <unistd.h>
 
 #include <CLI/CLI.hpp>
-#include <cerrno>
 #include <cmath>
 #include <exception>
 #include <functional>
@@ -21,6 +21,7 @@ namespace {
 
 using namespace kestrelctl;
 
+constexpr std::size_t longest_answer = 200;  // characters of up to two bytes, of 400
 constexpr const char* scan_files = "scan files; without any what kestrelctl scan has found";
 
 /// For doctor: what the receiver says, or why it does not.
@@ -126,6 +127,7 @@ void add_radio_commands(CLI::App& app, Action& action) {
           ->add_option_function<std::string>(
               "--" + name,
               [options = options, i](const std::string& answer) {
+                if (answer.size() > longest_answer) throw CLI::ValidationError("is too long");
                 options->location.emplace_back(i, answer);
               },
               i == 0 ? "where the antenna is; what is not given is as last time" : "")
@@ -301,10 +303,11 @@ int main(int argc, char** argv) {
   fill_standard_streams();
   try {
     const int status = run(argc, argv);
-    errno = 0;
     if (std::cout << std::flush) return status;
     // A reader that has seen enough knows that it ended.
-    if (errno != EPIPE) std::cerr << "kestrelctl: the output could not be written\n";
+    pollfd output{.fd = STDOUT_FILENO, .events = POLLOUT, .revents = 0};
+    const bool has_left = poll(&output, 1, 0) > 0 && (output.revents & POLLERR) != 0;
+    if (!has_left) std::cerr << "kestrelctl: the output could not be written\n";
     return status == exit_status::success ? exit_status::failure : status;
   } catch (const Stopped& stopped) {
     return stopped.status();

@@ -40,7 +40,7 @@ Station choose(const std::vector<Station>& stations, const std::string& name,
     if (stations.empty()) sentence += " There is no scan yet: run kestrelctl scan.";
     throw Failure(sentence, exit_status::not_found);
   }
-  auto sentence = fmt::format("\"{}\" may be, with --block or --service to tell them apart:",
+  auto sentence = fmt::format("\"{}\" may be, with --block, --service or --fm to tell them apart:",
                               make_harmless(name));
   for (const auto& station : found) {
     sentence += fmt::format("\n  {}, {}", station.name, station.place());
@@ -97,9 +97,9 @@ int play_command(Store& store, const Play_options& options) {
     return exit_status::success;
   }
   if (options.volume) {
-    auto settings = store.settings();
-    settings.volume = static_cast<unsigned>(*options.volume);
-    store.save(settings);
+    store.update([&options](Settings& settings) {
+      settings.volume = static_cast<unsigned>(*options.volume);
+    });
   }
   return play(store, station, options.files);
 }
@@ -145,19 +145,17 @@ int list_presets_command(const Store& store) {
 
 int set_preset_command(Store& store, unsigned number, const Play_options& station) {
   const auto chosen = wanted_station(store, station);
-  auto settings = store.settings();
-  settings.presets[number] = refer_to(chosen);
-  store.save(settings);
+  store.update([&](Settings& settings) { settings.presets[number] = refer_to(chosen); });
   fmt::print(std::cout, "{:>3}  {}, {}\n", number, chosen.name, chosen.place());
   return exit_status::success;
 }
 
 int remove_preset_command(Store& store, unsigned number) {
-  auto settings = store.settings();
-  if (settings.presets.erase(number) == 0) {
-    throw Failure(fmt::format("There is no preset {}.", number), exit_status::not_found);
-  }
-  store.save(settings);
+  store.update([number](Settings& settings) {
+    if (settings.presets.erase(number) == 0) {
+      throw Failure(fmt::format("There is no preset {}.", number), exit_status::not_found);
+    }
+  });
   return exit_status::success;
 }
 

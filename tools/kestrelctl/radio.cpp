@@ -33,7 +33,7 @@ Reception Radio::play(const Station& station, std::span<const Scan> scans) {
     throw Failure(fmt::format("{} cannot be played: {}", station.name, obstacle),
                   exit_status::no_reception);
   }
-  auto settings = store_.settings();
+  const auto settings = store_.settings();
   Reception reception;
   {
     Receiver receiver;
@@ -50,9 +50,10 @@ Reception Radio::play(const Station& station, std::span<const Scan> scans) {
     reception = receiver.reception();
   }
   if (settings.is_stopped || settings.last != std::optional(refer_to(station))) {
-    settings.last = refer_to(station);
-    settings.is_stopped = false;
-    store_.save(settings);
+    store_.update([&station](Settings& now) {
+      now.last = refer_to(station);
+      now.is_stopped = false;
+    });
   }
   return reception;
 }
@@ -84,11 +85,17 @@ Station Radio::neighbour(int step) const {
 }
 
 void Radio::set_volume(int volume) {
-  auto settings = store_.settings();
-  settings.volume = static_cast<unsigned>(volume);
+  bool is_silent = false;
+  store_.update([&](Settings& settings) {
+    settings.volume = static_cast<unsigned>(volume);
+    is_silent = settings.is_stopped;
+  });
   Receiver receiver;
-  if (receiver.firmware() != Firmware::off) receiver.set_volume(volume);
-  store_.save(settings);
+  const auto firmware = receiver.firmware();
+  // FM is stopped by its volume; the next station gets the new one.
+  if (firmware != Firmware::off && !(is_silent && firmware == Firmware::fm)) {
+    receiver.set_volume(volume);
+  }
 }
 
 int Radio::volume() const { return static_cast<int>(stored_volume(store_.settings())); }
@@ -97,6 +104,7 @@ void Radio::stop() {
   {
     Receiver receiver;
     const auto reception = receiver.reception();
+    if (reception.khz == 0) throw Failure("Nothing is playing.", exit_status::not_found);
     if (reception.firmware == Firmware::fm) receiver.set_volume(0);
     if (reception.firmware == Firmware::dab) {
       // What was started last may have been started by kestrel: the packets know.
@@ -107,9 +115,7 @@ void Radio::stop() {
     }
     text_ = {};
   }
-  auto settings = store_.settings();
-  settings.is_stopped = true;
-  store_.save(settings);
+  store_.update([](Settings& settings) { settings.is_stopped = true; });
 }
 
 void Radio::off() { Receiver().power_down(); }
@@ -128,14 +134,23 @@ std::optional<Station> Radio::playing_station(const Reception& reception) {
   // What was started last is believed until the packets tell of another service.
   if (last && last->khz == reception.khz && (!knows_service || is_playing(*last))) {
     if (settings.is_stopped) return std::nullopt;
-    if (!known_ || refer_to(*known_) != *last) known_ = station_of(store_, *last);
+    if (known_last_ != last) {
+      known_ = station_of(store_, *last);
+      known_last_ = last;
+    }
     return known_;
   }
   // Looking into the scans each time would be too much.
   if (known_ && is_playing(*known_)) return known_;
+  const std::pair sought(reception.khz, text_.service_id);
+  if (unknown_ == sought) return std::nullopt;
   const auto stations = store_.stations();
   const auto found = std::ranges::find_if(stations, is_playing);
-  if (found == stations.end()) return std::nullopt;
+  if (found == stations.end()) {
+    unknown_ = sought;
+    return std::nullopt;
+  }
+  known_last_.reset();
   return known_ = *found;
 }
 
@@ -156,7 +171,7 @@ Now Radio::look() {
       text_ = {};
       rds_ = {};
     }
-    now.volume = receiver.volume();
+    now.volume = store_.settings().is_stopped ? volume() : receiver.volume();
     if (now.reception.firmware == Firmware::dab) {
       now.heard = receiver.drain_text(text_);
       now.text = text_.label.state();

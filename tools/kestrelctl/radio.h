@@ -8,6 +8,7 @@
 #include <optional>
 #include <span>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "kestrelctl/receiver.h"
@@ -64,7 +65,9 @@ class Radio {
   // What was heard of the station so far; of another one it is of no use.
   std::uint32_t heard_khz_ = 0;
   std::optional<Station_reference> heard_last_;
-  std::optional<Station> known_;
+  std::optional<Station> known_;                 ///< of `known_last_`, or found in the scans
+  std::optional<Station_reference> known_last_;  ///< what was played last, when it was looked up
+  std::pair<std::uint32_t, std::uint32_t> unknown_;  ///< kHz and service that no scan has
   Service_text text_;
   Station_rds rds_;
 };

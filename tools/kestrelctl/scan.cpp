@@ -75,10 +75,15 @@ void print_changes(const std::vector<Station>& before, const std::vector<Station
 
 /// The answers of last time with those that were given now, remembered for next time.
 Location update_location(Store& store, const Scan_options& options) {
-  auto settings = store.settings();
-  for (const auto& [question, answer] : options.location) settings.location.at(question) = answer;
-  if (!options.location.empty()) store.save(settings);
-  return settings.location;
+  // Written in any case: a store that cannot be written is better known before the scan.
+  Location location;
+  store.update([&](Settings& settings) {
+    for (const auto& [question, answer] : options.location) {
+      settings.location.at(question) = make_harmless(answer);
+    }
+    location = settings.location;
+  });
+  return location;
 }
 
 void set_location(Ensemble_list& ensembles, const Location& location) {
@@ -170,7 +175,8 @@ std::vector<Fm_station> seek_all(Receiver& receiver) {
   try {
     receiver.tune_fm(lowest_khz);
     bool is_over = false;
-    for (auto khz = lowest_khz; !is_over;) {
+    unsigned seeks = 0;
+    for (auto khz = lowest_khz; !is_over && seeks < steps; ++seeks) {
       const auto reception = receiver.reception();
       // The search may come round without saying so.
       if (!found.empty() && reception.khz <= khz) break;

@@ -130,9 +130,11 @@ void set_guards(Bounded_server& server, const Access& access) {
                                    .content_type = request.get_header_value("Content-Type"),
                                    .authorization = request.get_header_value("Authorization"),
                                    .local_address = request.local_addr});
-    // Many ranges of one page would be many pages.
+    // A few compressed bytes may be many, and many ranges of one page many pages.
+    if (request.has_header("Content-Encoding")) refusal = {415, "This is compressed."};
     if (!refusal && !request.ranges.empty()) refusal = {416, "There are no parts of this."};
     if (!refusal) return Handled::Unhandled;
+    const_cast<Request&>(request).ranges.clear();  // of the refusal there are none, either
     send_error(response, refusal->status, refusal->sentence);
     return Handled::Handled;
   });
@@ -207,8 +209,8 @@ int serve_command(Store& store, const Serve_options& options) {
   fmt::print(std::cout, "The page is at http://{}:{}/\n",
              options.listen.substr(0, options.listen.rfind(':')), access.port);
   std::cout << std::flush;
-  (void)server.listen_after_bind();
-  return exit_status::success;
+  const bool has_ended_well = server.listen_after_bind();
+  return has_ended_well || is_stopped() ? exit_status::success : exit_status::failure;
 }
 
 }  // namespace kestrelctl

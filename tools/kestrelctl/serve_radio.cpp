@@ -76,11 +76,13 @@ Station Shared_radio::find(const Station_reference& wanted) const {
 Json Shared_radio::carry_out(const Wish& wish) {
   if (const auto* change = std::get_if<Preset_wish>(&wish)) {
     {
-      const std::scoped_lock lock(radio_mutex_);
-      auto settings = store_.settings();
-      settings.presets.erase(change->number);
-      if (change->station) settings.presets[change->number] = refer_to(find(*change->station));
-      store_.save(settings);
+      const Place place(asking_, most_asking);
+      std::optional<Station_reference> kept;
+      if (change->station) kept = refer_to(find(*change->station));
+      store_.update([&](Settings& settings) {
+        settings.presets.erase(change->number);
+        if (kept) settings.presets[change->number] = *kept;
+      });
     }
     return presets();
   }

@@ -30,9 +30,12 @@ Lines describe_lines(const Now& now) {
   const auto add = [&lines](const char* label, std::string value) {
     if (!value.empty()) lines.emplace_back(label, std::move(value));
   };
+  add("Firmware", is_fm ? "FM" : reception.firmware == Firmware::dab ? "DAB" : "another one");
   add("Station", now.station ? now.station->name : is_fm ? now.rds.name() : "");
   add("Tuned to", reception.khz == 0 ? "nothing" : describe_frequency(reception.khz));
-  if (is_fm) {
+  if (reception.khz == 0) {
+    // Without a tune there are no figures.
+  } else if (is_fm) {
     add("Signal",
         fmt::format("{} dBuV, SNR {} dB, multipath {} %{}", reception.rssi_dbuv, reception.snr_db,
                     reception.multipath, reception.is_received ? "" : ", not a station"));
@@ -57,6 +60,7 @@ std::string local_time() { return fmt::format("{:%H:%M:%S}", fmt::localtime(std:
 class Meter {
  public:
   void show(const Reception& reception) {
+    if (reception.khz == 0) throw Failure("Nothing is tuned.", exit_status::no_reception);
     constexpr int width = 30;
     constexpr int full_scale_dbuv = 75;  // next to a transmitter
     peak_dbuv_ = std::max(peak_dbuv_, reception.rssi_dbuv);

@@ -1,10 +1,16 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "kestrelctl/store.h"
 
+#include <fcntl.h>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
+#include <sys/file.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <cstring>
 #include <iostream>
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 
@@ -66,13 +72,28 @@ Settings Store::settings() const {
   constexpr std::size_t most_bytes = 1U << 20U;
   const auto path = directory_ / "settings.json";
   const auto text = read_file(path, most_bytes);
-  if (!text) return {};
+  if (!text) {
+    if (errno == ENOENT || errno == ENOTDIR) return {};
+    throw std::runtime_error(make_harmless(path.string()) + ": " + std::strerror(errno));
+  }
   try {
     return to_settings(json::parse(*text));
   } catch (const std::exception&) {  // of the JSON library, or a number that cannot be
     set_aside(path);
     return {};
   }
+}
+
+void Store::update(const std::function<void(Settings&)>& change) const {
+  make_directory(directory_);
+  const int lock = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  // Without the lock, on a file system that has none, the last one to write is right.
+  if (lock >= 0) (void)::flock(lock, LOCK_EX);
+  const std::unique_ptr<const int, void (*)(const int*)> closed(
+      &lock, [](const int* descriptor) { (void)::close(*descriptor); });
+  auto settings = this->settings();
+  change(settings);
+  save(settings);
 }
 
 void Store::save(const Settings& settings) const {

@@ -8,6 +8,7 @@
 #include <chrono>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <map>
 #include <optional>
 #include <string_view>
@@ -37,8 +38,12 @@ class Store {
   explicit Store(std::filesystem::path directory = default_directory)
       : directory_(std::move(directory)) {}
 
-  /// Never throws for what is in the file; what is missing or damaged is empty.
+  /// Never throws for what is in the file; what is missing or damaged is empty. Throws
+  /// std::runtime_error for a file that is there and cannot be read.
   [[nodiscard]] Settings settings() const;
+  /// Reads the settings, has `change` change them, and writes them, while no other process does the
+  /// same. Throws as save().
+  void update(const std::function<void(Settings&)>& change) const;
   /// Makes the directory if it is not there. Throws std::runtime_error with the file's name.
   void save(const Settings& settings) const;
 
