@@ -171,7 +171,7 @@ Now Radio::look() {
       text_ = {};
       rds_ = {};
     }
-    now.volume = store_.settings().is_stopped ? volume() : receiver.volume();
+    now.volume = receiver.volume();
     if (now.reception.firmware == Firmware::dab) {
       now.heard = receiver.drain_text(text_);
       now.text = text_.label.state();
