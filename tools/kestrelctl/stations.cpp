@@ -131,27 +131,33 @@ std::string kestrel_command(const Station& s) {
   return fmt::format("sudo kestrel -f {} -e {} -c {} -p", s.index, s.service_id, s.component_id);
 }
 
+namespace {
+
+/// How close a name is to the wanted one, both folded.
+enum Closeness { no, has_words, contains, begins, equals };
+Closeness closeness_to(const std::string& wanted, const std::string& name) {
+  if (name == wanted) return equals;
+  if (name.starts_with(wanted)) return begins;
+  if (name.find(wanted) != std::string::npos) return contains;
+  std::istringstream words(wanted);
+  std::string word;
+  while (words >> word) {
+    if (name.find(word) == std::string::npos) return no;
+  }
+  return has_words;
+}
+
+}  // namespace
+
 std::vector<Station> find_stations(std::span<const Station> stations, std::string_view name,
                                    const Station_filter& filter) {
   const auto wanted = fold(make_harmless(name));
-  enum Closeness { no, has_words, contains, begins, equals };
-  const auto closeness = [&wanted](const std::string& folded) {
-    if (folded == wanted) return equals;
-    if (folded.starts_with(wanted)) return begins;
-    if (folded.find(wanted) != std::string::npos) return contains;
-    std::istringstream words(wanted);
-    std::string word;
-    while (words >> word) {
-      if (folded.find(word) == std::string::npos) return no;
-    }
-    return has_words;
-  };
   // What has audio comes before how close the name is, what can be played after it.
   std::tuple closest(false, has_words, false);
   std::map<std::tuple<std::string, bool, std::uint32_t>, Station> found;
   for (const auto& station : stations) {
     auto key = natural_key(station.name);
-    const auto is = closeness(fold(station.name));
+    const auto is = closeness_to(wanted, fold(station.name));
     const bool is_wanted =
         (!filter.service_id || *filter.service_id == station.service_id) &&
         (filter.block.empty() || fold(filter.block) == fold(block_name(station.khz)));
@@ -229,6 +235,7 @@ constexpr std::array keys{
 
 std::vector<std::string> sort_keys() {
   std::vector<std::string> names;
+  names.reserve(keys.size());
   for (const auto& key : keys) names.emplace_back(key.name);
   return names;
 }
