@@ -147,8 +147,8 @@ std::vector<Station> Store::stations() const {
   auto scans = this->scans();
   std::set<std::uint32_t> visited_khz;
   bool has_fm = false;
-  for (auto at = scans.rbegin(); at != scans.rend(); ++at) {
-    auto& scan = *at;
+  for (std::size_t i = scans.size(); i-- > 0;) {
+    auto& scan = scans[i];
     std::erase_if(scan.blocks, [&](const Block& block) { return visited_khz.contains(block.khz); });
     for (const auto& block : scan.blocks) visited_khz.insert(block.khz);
     if (scan.is_fm && std::exchange(has_fm, true)) scan.fm_stations.clear();
