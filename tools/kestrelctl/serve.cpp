@@ -130,16 +130,21 @@ void set_guards(Bounded_server& server, const Access& access) {
                                    .content_type = request.get_header_value("Content-Type"),
                                    .authorization = request.get_header_value("Authorization"),
                                    .local_address = request.local_addr});
-    // A few compressed bytes may be many, and many ranges of one page many pages.
+    // Many ranges of one page would be many pages; of a sentence that refuses them, too.
+    if (!request.ranges.empty()) {
+      response.status = 416;
+      return Handled::Handled;
+    }
+    // A few compressed bytes may be many.
     if (request.has_header("Content-Encoding")) refusal = {415, "This is compressed."};
-    if (!refusal && !request.ranges.empty()) refusal = {416, "There are no parts of this."};
     if (!refusal) return Handled::Unhandled;
-    const_cast<Request&>(request).ranges.clear();  // of the refusal there are none, either
     send_error(response, refusal->status, refusal->sentence);
     return Handled::Handled;
   });
-  server.set_error_handler([](const Request&, Response& response) {
-    if (response.body.empty()) send_error(response, response.status, "There is nothing like that.");
+  server.set_error_handler([](const Request& request, Response& response) {
+    if (response.body.empty() && request.ranges.empty()) {
+      send_error(response, response.status, "There is nothing like that.");
+    }
   });
   server.set_post_routing_handler([](const Request&, Response& response) {
     response.set_header("Cache-Control", "no-store");
