@@ -72,8 +72,9 @@ Group name_group(const Fm_station& station, std::uint32_t number) {
   const std::uint64_t flags =
       (station.ta ? announcement : 0) | music | (segment == 0 ? dynamic_pty : 0);
   return make_group(station, type_0a,
-                    (flags | segment) << 32 | alternatives(station, segment) << 16 |
-                        characters(station.ps, segment * 2, 2));
+                    (flags | segment) << 32 |
+                        alternatives(station, static_cast<std::size_t>(segment)) << 16 |
+                        characters(station.ps, static_cast<std::size_t>(segment) * 2, 2));
 }
 
 // Texts take turns; the A/B flag, and the item's toggle bit, differ from one to the next.
@@ -109,7 +110,8 @@ Group text_group(const Fm_station& station, std::uint32_t number) {
   const std::uint32_t sent = turn.number / cycle_groups * in_cycle + turn.number % cycle_groups / 2;
   const std::uint64_t segment = sent % segments;
   return make_group(station, type_2a,
-                    turn.toggle << 36 | segment << 32 | characters(text, segment * 4, 4));
+                    turn.toggle << 36 | segment << 32 |
+                        characters(text, static_cast<std::size_t>(segment) * 4, 4));
 }
 
 /// RadioText Plus is announced as the application of group 12A.
