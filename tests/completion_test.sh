@@ -11,7 +11,6 @@ set -uo pipefail
 shell="$1"
 completion="$2/completion"
 programs="$3"
-failures=0
 command -v "$shell" script >/dev/null || {
   echo "$shell or script is not installed"
   exit 77
@@ -56,11 +55,13 @@ PS1='> ' fpath=("$completion" \$fpath)
 autoload -Uz compinit && compinit -u -D
 unsetopt beep
 END
-start_bash() { bash --noprofile --rcfile "$scratch/bashrc" -i; }
-start_zsh() { ZDOTDIR="$scratch" zsh -d -i; }
-export -f start_bash start_zsh
-export scratch KESTREL_STATE="$scratch" LC_ALL=C.UTF-8 TERM=dumb PATH="$scratch/bin:$PATH"
-coproc script --quiet --flush --return --command "bash -c start_$shell" /dev/null
+case "$shell" in
+  bash) start="exec bash --noprofile --rcfile bashrc -i" ;;
+  zsh) start="exec zsh -d -i" ;;
+esac
+export KESTREL_STATE="$scratch" ZDOTDIR="$scratch" LC_ALL=C.UTF-8 TERM=dumb PATH="$scratch/bin:$PATH"
+export SHELL=/bin/sh # `script` starts the command with it; elsewhere it may be unset.
+coproc script --quiet --flush --return --command "$start" /dev/null
 exec 3>&"${COPROC[1]}" 4<&"${COPROC[0]}"
 cat <&4 >typescript &
 
@@ -76,7 +77,8 @@ expect() {
   done
   [ "$got" = "$2" ] && return
   printf '%s\n  expected %s\n  got      %s\n' "$1" "$2" "$got"
-  ((++failures))
+  cat typescript
+  exit 1
 }
 tab=$'\t'
 
@@ -106,7 +108,5 @@ printf 'exit\r' >&3
 wait "$COPROC_PID"
 [ ! -e p5 ] || {
   echo "A name was obeyed"
-  ((++failures))
+  exit 1
 }
-[ "$failures" -eq 0 ] || cat typescript
-exit $((failures > 0))
