@@ -17,10 +17,6 @@ constexpr unsigned stream_id_mask = 0x3F;
 constexpr std::size_t segment_bytes = 16;
 constexpr std::size_t most_segments = 8;
 
-// Content types of tags.
-constexpr std::uint8_t item_title = 1;
-constexpr std::uint8_t item_artist = 4;
-
 /// First byte of a prefix: `low_bits` are a segment's length less 1, or a command.
 std::uint8_t prefix(bool toggle, bool is_first, bool is_last, bool is_command,
                     std::size_t low_bits) {

@@ -32,6 +32,10 @@ struct Component {
   std::uint16_t word() const;
 };
 
+// Content types of tags, in DL Plus and RadioText Plus alike.
+inline constexpr std::uint8_t item_title = 1;
+inline constexpr std::uint8_t item_artist = 4;
+
 /// A text as a station sends it. A DAB station repeats it for as long as it lasts.
 struct Text {
   std::string characters = {};  ///< in the character set; DAB: up to 128 bytes, FM: up to 64

@@ -20,7 +20,7 @@ constexpr std::uint8_t ucs2 = 6;
 constexpr std::uint8_t utf8 = 15;
 
 /// As long as a text can be: eight segments of 16 characters.
-constexpr const char* longest_text =
+constexpr const char* text_of_all_segments =
     "Traffic at ten past the hour: slow between Lindwil and Altmoor, the ferry to Brunnau waits, "
     "and the pass is closed until Monday.";
 
@@ -100,7 +100,7 @@ std::vector<Service> home_services() {
                   {"K\231hle N\221chte (Mira Holt)",
                    "K\231hle N\221chte",
                    "Mira Holt"},
-                  {longest_text},
+                  {text_of_all_segments},
                   {.characters = "", .lasts = 10s}}),
            {slides(0x0321)}),
       linked,

@@ -17,8 +17,8 @@ constexpr auto tune_without_signal = 120ms;
 constexpr auto fic_error_after = 200ms;
 
 // The tuner's range; a list with anything else in it is refused.
-constexpr std::uint32_t lowest_khz = 168160;
-constexpr std::uint32_t highest_khz = 239200;
+constexpr std::uint32_t lowest_dab_khz = 168160;
+constexpr std::uint32_t highest_dab_khz = 239200;
 
 /// What the antenna gives on a frequency; `khz` is 0 where nothing is.
 const Ensemble& signal_at(const Receiver& chip, std::uint32_t khz) {
@@ -69,7 +69,7 @@ Refusal set_freq_list(Receiver& chip, Frame frame) {
   std::vector<std::uint32_t> list;
   for (std::size_t i = 1; i <= count; ++i) {
     const std::uint32_t khz = number_at(frame, 4 * i, 4);
-    if (khz < lowest_khz || khz > highest_khz) return "frequency out of the tuner's range";
+    if (khz < lowest_dab_khz || khz > highest_dab_khz) return "frequency out of the tuner's range";
     list.push_back(khz);
   }
   chip.state.frequencies = std::move(list);
@@ -152,7 +152,7 @@ Refusal get_time(Receiver& chip, Frame frame) {
   return nullptr;
 }
 
-constexpr auto commands = std::to_array<Command>({
+constexpr auto dab_table = std::to_array<Command>({
     {0xB0, "DAB_TUNE_FREQ", 0x00, 6, 6, in_dab, 30us, tune_freq},
     {0xB2, "DAB_DIGRAD_STATUS", 0x09, 2, 2, in_dab, 0us, digrad_status},
     {0xB3, "DAB_GET_EVENT_STATUS", 0x01, 2, 2, in_dab, 0us, event_status},
@@ -163,7 +163,7 @@ constexpr auto commands = std::to_array<Command>({
 
 }  // namespace
 
-std::span<const Command> dab_commands() { return commands; }
+std::span<const Command> dab_commands() { return dab_table; }
 
 const Ensemble* listed_ensemble(const Receiver& chip) {
   return has_happened(chip, received(chip).list) ? &received(chip) : nullptr;

@@ -12,8 +12,8 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr std::uint32_t unit_khz = 10;
-constexpr std::uint32_t lowest_khz = 64000;
-constexpr std::uint32_t highest_khz = 108000;
+constexpr std::uint32_t lowest_fm_khz = 64000;
+constexpr std::uint32_t highest_fm_khz = 108000;
 constexpr std::uint32_t pull_khz = 100;
 
 constexpr Time tune_time = 60ms;
@@ -39,7 +39,7 @@ bool is_receivable(const Fm_station& station) {
 Refusal fm_tune(Receiver& chip, Frame frame) {
   if (!is_all_zero(frame.subspan(4))) return "the antenna capacitor is not automatic";
   const std::uint32_t khz = number_at(frame, 2, 2) * unit_khz;
-  if (khz < lowest_khz || khz > highest_khz) return "frequency out of the tuner's range";
+  if (khz < lowest_fm_khz || khz > highest_fm_khz) return "frequency out of the tuner's range";
   begin_tune(chip, khz, tune_time);
   return nullptr;
 }
@@ -109,7 +109,7 @@ Refusal rsq_status(Receiver& chip, Frame frame) {
   return nullptr;
 }
 
-constexpr auto commands = std::to_array<Command>({
+constexpr auto fm_table = std::to_array<Command>({
     {0x30, "FM_TUNE_FREQ", 0x00, 7, 7, in_fmhd, 30us, fm_tune},
     {0x31, "FM_SEEK_START", 0x00, 6, 6, in_fmhd, 30us, fm_seek},
     {0x32, "FM_RSQ_STATUS", 0x09, 2, 2, in_fmhd, 0us, rsq_status},
@@ -117,7 +117,7 @@ constexpr auto commands = std::to_array<Command>({
 
 }  // namespace
 
-std::span<const Command> fm_commands() { return commands; }
+std::span<const Command> fm_commands() { return fm_table; }
 
 Fm_reception fm_reception(const Receiver& chip) {
   const Receiver_state& state = chip.state;

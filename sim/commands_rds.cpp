@@ -122,8 +122,6 @@ Group application_group(const Fm_station& station) {
 
 /// Type, start and length of the tags for title and artist, as one number of 37 bits.
 Group tags_group(const Fm_station& station, std::uint32_t number) {
-  constexpr std::uint64_t item_title = 1;
-  constexpr std::uint64_t item_artist = 4;
   const Turn turn = turn_at(station, number);
   const auto tag = [&turn](std::uint64_t type, const std::string& part) {
     const std::size_t at = turn.text.characters.find(part);
@@ -236,13 +234,13 @@ Refusal rds_status(Receiver& chip, Frame /*frame*/) {
   return nullptr;
 }
 
-constexpr auto commands = std::to_array<Command>({
+constexpr auto rds_table = std::to_array<Command>({
     {0x34, "FM_RDS_STATUS", 0x00, 2, 2, in_fmhd, 0us, rds_status},
 });
 
 }  // namespace
 
-std::span<const Command> rds_commands() { return commands; }
+std::span<const Command> rds_commands() { return rds_table; }
 
 unsigned rds_interrupts(const Receiver& chip) { return flag(rds(chip).waiting > 0, 2); }
 

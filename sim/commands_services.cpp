@@ -156,7 +156,7 @@ Refusal get_service_data(Receiver& chip, Frame /*frame*/) {
   return nullptr;
 }
 
-constexpr auto commands = std::to_array<Command>({
+constexpr auto service_table = std::to_array<Command>({
     {0x80, "GET_DIGITAL_SERVICE_LIST", 0x00, 2, 2, in_dab, 40us, get_service_list},
     {0x81, "START_DIGITAL_SERVICE", 0x01, 12, 12, in_dab, 80us, start_service},
     {0x82, "STOP_DIGITAL_SERVICE", 0x01, 12, 12, in_dab, 80us, stop_service},
@@ -165,7 +165,7 @@ constexpr auto commands = std::to_array<Command>({
 
 }  // namespace
 
-std::span<const Command> service_commands() { return commands; }
+std::span<const Command> service_commands() { return service_table; }
 
 unsigned service_interrupts(const Receiver& chip) {
   return flag(packets_arrived(chip) > chip.state.packets_taken, 4);

@@ -133,7 +133,7 @@ Refusal get_property(Receiver& chip, Frame frame) {
 
 // Clear-to-send comes sooner than on silicon, which boots for tens of milliseconds: nothing here
 // loads slower than the bus, so that what a boot costs is the host's doing.
-constexpr auto commands = std::to_array<Command>({
+constexpr auto system_table = std::to_array<Command>({
     {0x01, "POWER_UP", 0xFF, 16, 16, when_waiting, 40us, power_up},
     {0x04, "HOST_LOAD", 0x00, load_header_bytes + 1, load_frame_bytes, in_loader, 0us, host_load},
     {0x06, "LOAD_INIT", 0x00, 2, 2, in_loader, 0us, load_init},
@@ -147,7 +147,7 @@ constexpr auto commands = std::to_array<Command>({
 
 }  // namespace
 
-std::span<const Command> system_commands() { return commands; }
+std::span<const Command> system_commands() { return system_table; }
 
 void start_firmware(Receiver_state& state, Firmware firmware) {
   state = Receiver_state{};

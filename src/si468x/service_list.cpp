@@ -69,7 +69,7 @@ constexpr std::array component_id_fields{
 };
 constexpr std::array stream_fields{json_field<&Component::SubChId>(bits(0, 5, 0), "SubChId")};
 constexpr std::array fidc_fields{json_field<&Component::FIDCId>(bits(0, 5, 0), "FIDCId")};
-constexpr std::array packet_fields{
+constexpr std::array packet_mode_fields{
     json_field<&Component::SCId>(low_bits(0, 12), "SCId"),
     json_field<&Component::DGFlag>(bit(1, 4), "DGFlag"),
 };
@@ -80,7 +80,7 @@ constexpr std::array component_fields{
     json_field<&Component::muA_info_valid>(bit(3, 0), "muA_info_valid"),
 };
 static_assert(fits(component_id_fields, component_bytes) && fits(stream_fields, component_bytes) &&
-              fits(fidc_fields, component_bytes) && fits(packet_fields, component_bytes) &&
+              fits(fidc_fields, component_bytes) && fits(packet_mode_fields, component_bytes) &&
               fits(component_fields, component_bytes));
 
 /// The fields of the id that a service has by its kind.
@@ -95,7 +95,7 @@ Fields<Component> id_fields(const Component& component) {
     case 2:
       return fidc_fields;
     case 3:
-      return packet_fields;
+      return packet_mode_fields;
     default:
       return stream_fields;
   }

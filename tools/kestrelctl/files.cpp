@@ -97,4 +97,9 @@ void write_output(const std::string& name, std::string_view text, const std::vec
   (void)write_file_atomically(name, text);
 }
 
+std::string host_name() {
+  std::array<char, 256> name{};
+  return fold(gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "radio");
+}
+
 }  // namespace kestrelctl

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// Files that are read up to a limit, and files that are written: whole or not at all.
+// Files that are read up to a limit, and files that are written: whole or not at all. And the name
+// of the machine they are on.
 #pragma once
 
 #include <filesystem>
@@ -28,5 +29,8 @@ bool write_file_atomically(const std::filesystem::path& path, std::string_view t
 /// The result of a command: to the file `name`, or to standard output for "-". Throws
 /// std::runtime_error when it cannot be written, or is one of the scans that the text was made of.
 void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans);
+
+/// The machine's name, in small letters; "radio" if it has none.
+std::string host_name();
 
 }  // namespace kestrelctl

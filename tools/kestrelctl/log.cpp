@@ -28,11 +28,6 @@ namespace {
 using namespace std::chrono_literals;
 using std::chrono::milliseconds;
 
-std::string host_name() {
-  std::array<char, 256> name{};
-  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "radio";
-}
-
 sigset_t hangup() {
   sigset_t set;
   (void)sigemptyset(&set);

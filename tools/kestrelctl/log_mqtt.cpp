@@ -21,7 +21,7 @@ namespace {
 using namespace std::chrono_literals;
 
 constexpr int interruption = SIGUSR1;
-constexpr int quality = 0;  // what is retained is published again after a loss
+constexpr int no_quality = 0;  // what is retained is published again after a loss
 constexpr auto shortest_delay = 1s;
 constexpr auto longest_delay = 60s;
 constexpr std::size_t longest_payload = 200;
@@ -114,7 +114,7 @@ void Broker::set_up(const Mqtt_files& files) {
   constexpr std::string_view offline = "offline";
   bool is_fine =
       mosquitto_will_set(client, availability().c_str(), static_cast<int>(offline.size()),
-                         offline.data(), quality, true) == MOSQ_ERR_SUCCESS;
+                         offline.data(), no_quality, true) == MOSQ_ERR_SUCCESS;
   if (!files.password.empty()) {
     const auto password = read_password(files.password);
     is_fine = mosquitto_username_pw_set(client, address_.user.c_str(), password.c_str()) ==
@@ -146,7 +146,7 @@ void Broker::set_up(const Mqtt_files& files) {
 
 void Broker::publish(const std::string& topic, const std::string& payload, bool is_retained) {
   (void)mosquitto_publish(client_.get(), nullptr, topic.c_str(), static_cast<int>(payload.size()),
-                          payload.data(), quality, is_retained);
+                          payload.data(), no_quality, is_retained);
 }
 
 void Broker::run() {
@@ -197,7 +197,7 @@ void Broker::connected(int refusal) {
   }
   if (takes_commands_) {
     const auto commands = prefix_ + "/+" + std::string(command_suffix);
-    (void)mosquitto_subscribe(client_.get(), nullptr, commands.c_str(), quality);
+    (void)mosquitto_subscribe(client_.get(), nullptr, commands.c_str(), no_quality);
   }
   const std::lock_guard lock(mutex_);
   trouble_.heal();

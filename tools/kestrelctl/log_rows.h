@@ -8,17 +8,16 @@
 
 #include <iostream>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
 #include <vector>
 
-#include "kestrelctl/radio.h"
+#include "kestrelctl/now_json.h"
 
 namespace kestrelctl {
 
 /// One object of the log.
-using Row = nlohmann::ordered_json;
+using Row = Json;
 /// What the rows mean: a new number whenever a key changes its meaning.
 inline constexpr int row_schema = 1;
 

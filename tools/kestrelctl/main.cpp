@@ -21,7 +21,7 @@ namespace {
 
 using namespace kestrelctl;
 
-constexpr std::size_t longest_answer = 200;  // characters of up to two bytes, of 400
+constexpr std::size_t longest_given_answer = 200;  // characters of up to two bytes, of 400
 constexpr const char* scan_files = "scan files; without any what kestrelctl scan has found";
 
 /// For doctor: what the receiver says, or why it does not.
@@ -127,7 +127,7 @@ void add_radio_commands(CLI::App& app, Action& action) {
           ->add_option_function<std::string>(
               "--" + name,
               [options = options, i](const std::string& answer) {
-                if (answer.size() > longest_answer) throw CLI::ValidationError("is too long");
+                if (answer.size() > longest_given_answer) throw CLI::ValidationError("is too long");
                 options->location.emplace_back(i, answer);
               },
               i == 0 ? "where the antenna is; what is not given is as last time" : "")

@@ -9,8 +9,6 @@
 namespace kestrelctl {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 constexpr const char* firmware_names[]{"off", "dab", "fm", "other"};
 
 Json text_or_null(const std::string& text) { return text.empty() ? Json() : Json(text); }

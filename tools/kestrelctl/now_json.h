@@ -11,11 +11,14 @@
 
 namespace kestrelctl {
 
+/// With its members in the order in which they are written.
+using Json = nlohmann::ordered_json;
+
 /// All keys, each time in the same order; what is not known, or not a thing of the firmware that
 /// runs, is null.
-nlohmann::ordered_json describe_as_json(const Now& now);
+Json describe_as_json(const Now& now);
 /// What is known of a station without a receiver.
-nlohmann::ordered_json describe_as_json(const Station& station);
+Json describe_as_json(const Station& station);
 
 /// "2024-03-05T09:47:44.123Z"
 std::string format_utc_ms(std::chrono::system_clock::time_point time);

@@ -10,7 +10,7 @@
 namespace kestrelctl {
 namespace {
 
-enum Block : std::size_t { block_a, block_b, block_c, block_d };
+enum Block_letter : std::size_t { block_a, block_b, block_c, block_d };
 
 constexpr std::uint8_t uncorrectable = 3;
 
@@ -24,16 +24,17 @@ constexpr unsigned group_4a = 4 << 1;
 constexpr unsigned version_bit = 11;
 
 /// `count` bits of a block from bit `lowest` on.
-unsigned bits(const Rds_group& group, Block block, unsigned lowest, unsigned count) {
+unsigned bits(const Rds_group& group, Block_letter block, unsigned lowest, unsigned count) {
   return static_cast<unsigned>(group.blocks[block]) >> lowest & ((1U << count) - 1U);
 }
 unsigned group_type(const Rds_group& group) { return bits(group, block_b, version_bit, 5); }
 
-bool is_readable(const Rds_group& group, Block block) {
+bool is_readable(const Rds_group& group, Block_letter block) {
   return group.errors[block] < uncorrectable;
 }
-bool is_clean(const Rds_group& group, std::initializer_list<Block> blocks) {
-  return std::ranges::all_of(blocks, [&group](Block block) { return group.errors[block] == 0; });
+bool is_clean(const Rds_group& group, std::initializer_list<Block_letter> blocks) {
+  return std::ranges::all_of(blocks,
+                             [&group](Block_letter block) { return group.errors[block] == 0; });
 }
 
 struct Pi {
@@ -153,7 +154,7 @@ void Rds_decoder::take_radiotext(const Rds_group& group) {
   }
   const std::size_t address = bits(group, block_b, 0, 4);
   radiotext_.begin_group(address, is_clean(group, {block_b}));
-  const auto put = [&](std::size_t index, Block block) {
+  const auto put = [&](std::size_t index, Block_letter block) {
     if (!is_readable(group, block)) return;
     radiotext_.put(index, group.blocks[block], is_clean(group, {block_b, block}));
   };

@@ -73,8 +73,10 @@ bool wait_until(Condition is_done, milliseconds time) {
 bool is_kestrel_running() {
   std::error_code error;
   for (const auto& entry : std::filesystem::directory_iterator("/proc", error)) {
+    const auto& path = entry.path().native();
+    if (path.find_first_of("0123456789") == std::string::npos) continue;
     std::string name;
-    if (std::getline(std::ifstream(entry.path() / "comm"), name) && name == "kestrel") return true;
+    if (std::getline(std::ifstream(path + "/comm"), name) && name == "kestrel") return true;
   }
   return false;
 }

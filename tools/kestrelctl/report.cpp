@@ -10,6 +10,7 @@
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/files.h"
+#include "kestrelctl/now_json.h"
 #include "kestrelctl/receiver.h"
 #include "kestrelctl/report_page.h"
 #include "kestrelctl/stations.h"
@@ -17,8 +18,6 @@
 
 namespace kestrelctl {
 namespace {
-
-using json = nlohmann::ordered_json;
 
 /// `name` as one word of a shell.
 std::string quote(const std::string& name) {
@@ -40,8 +39,8 @@ std::string playing_command(const Station& station, const Ids& ids) {
   return is_clear ? command : fmt::format("{} --service {}", command, station.service_id);
 }
 
-json describe(const Block& block, const Ids& ids) {
-  auto services = json::array();
+Json describe(const Block& block, const Ids& ids) {
+  auto services = Json::array();
   for (const auto& service : block.services) {
     const auto station = make_station(block, service);
     services.push_back({{"name", station.name},
@@ -63,13 +62,13 @@ json describe(const Block& block, const Ids& ids) {
           {"services", std::move(services)}};
 }
 
-json describe(const Scan& scan) {
-  auto location = json::array();
+Json describe(const Scan& scan) {
+  auto location = Json::array();
   for (std::size_t i = 0; i < scan.location.size(); ++i) {
     if (!scan.location[i].empty())
       location.push_back({location_questions[i].name, scan.location[i]});
   }
-  auto blocks = json::array();
+  auto blocks = Json::array();
   Ids ids;
   for (const auto& station : list_stations(std::span(&scan, 1))) {
     if (station.obstacle().empty()) ids[fold(station.name)].insert(station.service_id);
@@ -82,7 +81,7 @@ json describe(const Scan& scan) {
 }
 
 /// `data` in a form that can be put between script tags.
-std::string as_script_data(const json& data) {
+std::string as_script_data(const Json& data) {
   std::string text;
   for (const char c : data.dump()) text += c == '<' ? "\\u003c" : std::string(1, c);
   return text;
@@ -97,7 +96,7 @@ int report_command(const Store& store, const Report_options& options) {
   // What is kept may reach back for years: the newest, and what changed since the one before.
   if (options.files.empty() && scans.size() > 2) scans.erase(scans.begin(), scans.end() - 2);
   const auto now = std::chrono::floor<std::chrono::seconds>(std::chrono::system_clock::now());
-  json data{{"program", "kestrelctl " KESTREL_VERSION}, {"made", format_utc(now)}};
+  Json data{{"program", "kestrelctl " KESTREL_VERSION}, {"made", format_utc(now)}};
   for (const auto& scan : scans) data["scans"].push_back(describe(scan));
   std::string page(report_page);
   constexpr std::string_view place = "@DATA@";

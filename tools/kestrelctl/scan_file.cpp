@@ -81,7 +81,7 @@ constexpr Programme_type fm_programme_types[]{
 
 constexpr unsigned dab_plus = 63;
 
-[[noreturn]] void refuse(const fs::path& path, std::string_view why) {
+[[noreturn]] void refuse_file(const fs::path& path, std::string_view why) {
   throw Unreadable(fmt::format("{}: {}", make_harmless(path.string()), why));
 }
 
@@ -115,8 +115,9 @@ std::string block_name(std::uint32_t khz) {
 
 Scan read_scan_file(const fs::path& path) {
   const auto text = read_file(path, largest_file_bytes + 1);
-  if (!text) refuse(path, std::strerror(errno));
-  if (text->size() > largest_file_bytes) refuse(path, "has more than 16 MiB, too much for a scan");
+  if (!text) refuse_file(path, std::strerror(errno));
+  if (text->size() > largest_file_bytes)
+    refuse_file(path, "has more than 16 MiB, too much for a scan");
   try {
     auto scan = read_scan_text(*text);
     scan.path = path;
@@ -124,7 +125,7 @@ Scan read_scan_file(const fs::path& path) {
     if (scan.time == std::chrono::sys_seconds{}) scan.time = time_written(path);
     return scan;
   } catch (const Unreadable& error) {
-    refuse(path, error.what());
+    refuse_file(path, error.what());
   }
 }
 

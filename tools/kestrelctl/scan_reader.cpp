@@ -94,7 +94,7 @@ const json& member(const json& object, std::string_view key) {
   return found == object.end() ? nothing : *found;
 }
 
-constexpr std::uint32_t any = 0xFFFFFFFF, word = 0xFFFF;
+constexpr std::uint32_t any_number = 0xFFFFFFFF, any_word = 0xFFFF;
 /// 0 for what is not a number up to `largest`.
 std::uint32_t number(const json& object, std::string_view key, std::uint32_t largest = 0xFF) {
   const auto& value = member(object, key);
@@ -134,7 +134,7 @@ auto make_list(const json& list, std::size_t most, std::string_view what, Make m
 /// Nothing for a time that cannot be right.
 std::optional<std::chrono::sys_seconds> ensemble_time(const json& time) {
   using namespace std::chrono;
-  const auto y = number(time, "year", word);
+  const auto y = number(time, "year", any_word);
   const auto hour = number(time, "hour");
   const auto minute = number(time, "minute");
   const auto second = number(time, "second");
@@ -155,7 +155,7 @@ std::chrono::sys_seconds parse_utc(const std::string& text) {
 // -- Records -----------------------------------------------------------------
 
 Component make_component(const json& component) {
-  return {.id = number(component, "comp_ID", any),
+  return {.id = number(component, "comp_ID", any_number),
           .transport = number(component, "TMID"),
           .type = number(component, "ASCTyDSCTy"),
           .is_scrambled = number(component, "CA_flag") != 0};
@@ -164,7 +164,7 @@ Component make_component(const json& component) {
 Service make_service(const json& service, bool is_mended) {
   return {.name = decode_label(string_bytes(service, "Label", is_mended, longest_label),
                                number(service, "SICharset")),
-          .id = number(service, "ServId", any),
+          .id = number(service, "ServId", any_number),
           .is_data = number(service, "AudioOrDataFlag") != 0,
           .has_conditional_access = number(service, "CAId") != 0,
           .programme_type = number(service, "ProgramType"),
@@ -176,7 +176,7 @@ Block make_block(const json& entry, bool is_mended) {
   const auto& status = member(entry, "DigradStatus");
   const auto& list = member(member(entry, "DigitalServiceList"), "ServiceList");
   return {.index = number(entry, "EnsemleNo"),
-          .khz = number(status, "tune_freq", any),
+          .khz = number(status, "tune_freq", any_number),
           .rssi_dbuv = level(status, "rssi"),
           .snr_db = level(status, "snr"),
           .cnr_db = number(status, "cnr"),
@@ -189,8 +189,8 @@ Block make_block(const json& entry, bool is_mended) {
 }
 
 Fm_station make_fm_station(const json& station) {
-  return {.khz = number(station, "frequency_khz", any),
-          .pi = static_cast<std::uint16_t>(number(station, "PI", word)),
+  return {.khz = number(station, "frequency_khz", any_number),
+          .pi = static_cast<std::uint16_t>(number(station, "PI", any_word)),
           .ps = make_harmless(string_bytes(station, "PS", false, longest_label)),
           .programme_type = number(station, "PTY"),
           .rssi_dbuv = level(station, "rssi"),

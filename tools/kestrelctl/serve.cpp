@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "kestrelctl/commands.h"
+#include "kestrelctl/files.h"
 #include "kestrelctl/serve_connections.h"
 #include "kestrelctl/serve_page.h"
 #include "kestrelctl/serve_radio.h"
@@ -21,7 +22,6 @@ namespace {
 
 using httplib::Request;
 using httplib::Response;
-using Json = nlohmann::ordered_json;
 
 static_assert(Shared_radio::most_listeners + Shared_radio::most_asking ==
               Bounded_server::most_working);
@@ -45,23 +45,13 @@ std::string read_token(const std::string& path) {
   return token;
 }
 
-std::string host_name() {
-  std::array<char, 256> name{};
-  (void)gethostname(name.data(), name.size() - 1);
-  std::string lower;
-  for (const char c : std::string_view(name.data())) {
-    lower += static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
-  }
-  return lower;
-}
-
-void send(Response& response, int status, const Json& answer) {
+void send_answer(Response& response, int status, const Json& answer) {
   response.status = status;
   response.set_content(to_text(answer), "application/json");
 }
 
 void send_error(Response& response, int status, const std::string& sentence) {
-  send(response, status, {{"error", sentence}});
+  send_answer(response, status, {{"error", sentence}});
 }
 
 /// What `work` returns, or the sentence that it throws.
@@ -167,7 +157,7 @@ void set_routes(Bounded_server& server, Shared_radio& radio) {
     server.Get(path, [&radio, question = question](const Request&, Response& response) {
       answer(response, [&] {
         const Bounded_server::Working working;
-        send(response, 200, (radio.*question)());
+        send_answer(response, 200, (radio.*question)());
       });
     });
   }
@@ -177,7 +167,7 @@ void set_routes(Bounded_server& server, Shared_radio& radio) {
   server.Post("/api/.*", [&radio](const Request& request, Response& response) {
     answer(response, [&] {
       const Bounded_server::Working working;
-      send(response, 200, radio.carry_out(parse_request(request.path, request.body)));
+      send_answer(response, 200, radio.carry_out(parse_request(request.path, request.body)));
     });
   });
 }

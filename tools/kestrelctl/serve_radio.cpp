@@ -11,10 +11,9 @@ namespace kestrelctl {
 namespace {
 
 using namespace std::chrono_literals;
-using Json = nlohmann::ordered_json;
 
 constexpr auto look_interval = 500ms;
-constexpr auto longest_sleep = 100ms;  // between two looks at the stop signal
+constexpr auto look_step = 100ms;      // between two looks at the stop signal
 constexpr auto longest_silence = 10s;  // the page takes a longer one for a lost connection
 
 template <class... Functions>
@@ -116,7 +115,7 @@ void Shared_radio::watch(const std::stop_token& stop) {
         const std::scoped_lock lock(news_mutex_);
         version_ = 0;
       }
-      std::this_thread::sleep_for(longest_sleep);
+      std::this_thread::sleep_for(look_step);
       continue;
     }
     try {
@@ -125,8 +124,8 @@ void Shared_radio::watch(const std::stop_token& stop) {
     } catch (const std::exception& trouble) {
       publish({{"error", trouble.what()}});
     }
-    for (auto waited = 0ms; waited < look_interval && !is_over(); waited += longest_sleep) {
-      std::this_thread::sleep_for(longest_sleep);
+    for (auto waited = 0ms; waited < look_interval && !is_over(); waited += look_step) {
+      std::this_thread::sleep_for(look_step);
     }
   }
 }
@@ -145,7 +144,7 @@ std::string Shared_radio::Listener::next() {
   std::unique_lock lock(radio_.news_mutex_);
   const auto is_new = [this] { return radio_.version_ != 0 && radio_.version_ != version_; };
   const auto now = std::chrono::steady_clock::now();
-  if (radio_.change_.wait_for(lock, longest_sleep, is_new)) {
+  if (radio_.change_.wait_for(lock, look_step, is_new)) {
     version_ = radio_.version_;
     spoken_ = now;
     return "data: " + to_text(radio_.news_) + "\n\n";

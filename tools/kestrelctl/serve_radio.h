@@ -8,9 +8,9 @@
 #include <chrono>
 #include <condition_variable>
 #include <mutex>
-#include <nlohmann/json.hpp>
 #include <stop_token>
 
+#include "kestrelctl/now_json.h"
 #include "kestrelctl/radio.h"
 #include "kestrelctl/serve_rules.h"
 
@@ -41,11 +41,11 @@ class Shared_radio {
   // Each of these answers in JSON, as docs/json.md has it, and throws Failure, also when too many
   // threads wait for the radio.
 
-  nlohmann::ordered_json status();
-  nlohmann::ordered_json stations();
-  nlohmann::ordered_json presets();
+  Json status();
+  Json stations();
+  Json presets();
   /// The presets after a change of them, else what the radio does then.
-  nlohmann::ordered_json carry_out(const Wish& wish);
+  Json carry_out(const Wish& wish);
 
   /// Look at the receiver for the listeners until a stop signal comes or `stop` is requested.
   void watch(const std::stop_token& stop);
@@ -66,8 +66,8 @@ class Shared_radio {
   };
 
  private:
-  nlohmann::ordered_json look();
-  void publish(const nlohmann::ordered_json& news);
+  Json look();
+  void publish(const Json& news);
   [[nodiscard]] Station find(const Station_reference& wanted) const;
 
   Store& store_;
@@ -78,11 +78,11 @@ class Shared_radio {
 
   std::mutex news_mutex_;  ///< for what follows
   std::condition_variable change_;
-  nlohmann::ordered_json news_;
+  Json news_;
   std::uint64_t version_ = 0;  ///< 0: nothing is known
 };
 
 /// Valid UTF-8 in one line, whatever is in it.
-std::string to_text(const nlohmann::ordered_json& value);
+std::string to_text(const Json& value);
 
 }  // namespace kestrelctl

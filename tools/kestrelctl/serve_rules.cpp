@@ -14,7 +14,7 @@ namespace {
 using json = nlohmann::json;
 
 /// A whole number of `object`.
-std::uint32_t number_in(const json& object, const char* key, std::uint32_t lowest,
+std::uint32_t member_in(const json& object, const char* key, std::uint32_t lowest,
                         std::uint32_t highest) {
   const auto found = object.find(key);
   if (found == object.end() || !found->is_number_unsigned() ||
@@ -44,9 +44,9 @@ Station_reference station_in(const json& object) {
   expect_object(*station, {"frequency_khz", "service_id", "component_id"});
   Station_reference reference{.name = {},
                               .is_fm = false,
-                              .khz = number_in(*station, "frequency_khz", 1, highest_khz),
-                              .service_id = number_in(*station, "service_id", 0, highest_id),
-                              .component_id = number_in(*station, "component_id", 0, highest_id)};
+                              .khz = member_in(*station, "frequency_khz", 1, highest_khz),
+                              .service_id = member_in(*station, "service_id", 0, highest_id),
+                              .component_id = member_in(*station, "component_id", 0, highest_id)};
   reference.is_fm = reference.service_id == 0;
   return reference;
 }
@@ -55,12 +55,12 @@ Wish parse_play(const json& body) {
   expect_object(body, {"preset", "station"});
   if (body.size() != 1) throw Bad_request("Either \"preset\" or \"station\" is expected.");
   if (body.contains("station")) return Play_wish{station_in(body)};
-  return Play_wish{number_in(body, "preset", 1, highest_preset)};
+  return Play_wish{member_in(body, "preset", 1, highest_preset)};
 }
 
 Wish parse_volume(const json& body) {
   expect_object(body, {"volume"});
-  return Volume_wish{static_cast<int>(number_in(body, "volume", 0, highest_volume))};
+  return Volume_wish{static_cast<int>(member_in(body, "volume", 0, highest_volume))};
 }
 
 Wish parse_stop(const json& body) {
@@ -70,7 +70,7 @@ Wish parse_stop(const json& body) {
 
 Wish parse_preset(const json& body) {
   expect_object(body, {"number", "station"});
-  Preset_wish wish{.number = number_in(body, "number", 1, highest_preset), .station = {}};
+  Preset_wish wish{.number = member_in(body, "number", 1, highest_preset), .station = {}};
   const auto station = body.find("station");
   if (station == body.end() || !station->is_null()) wish.station = station_in(body);
   return wish;

@@ -18,44 +18,42 @@
 namespace kestrelctl {
 namespace {
 
-using json = nlohmann::ordered_json;
-
 enum class Shown { always, with_ids, never };  ///< in the table
 struct Column {
   const char* heading;
   const char* key;  ///< in JSON and CSV; empty: in the table alone
   Shown shown;
-  json (*value)(const Station&);
+  Json (*value)(const Station&);
 };
-constexpr std::array columns{
-    Column{"Name", "name", Shown::always, [](const Station& s) -> json { return s.name; }},
-    Column{"Place", "", Shown::always, [](const Station& s) -> json { return s.place(); }},
-    Column{"", "block", Shown::never, [](const Station& s) -> json { return block_name(s.khz); }},
-    Column{"kHz", "frequency_khz", Shown::with_ids, [](const Station& s) -> json { return s.khz; }},
-    Column{"Index", "index", Shown::with_ids, [](const Station& s) -> json { return s.index; }},
+constexpr std::array all_columns{
+    Column{"Name", "name", Shown::always, [](const Station& s) -> Json { return s.name; }},
+    Column{"Place", "", Shown::always, [](const Station& s) -> Json { return s.place(); }},
+    Column{"", "block", Shown::never, [](const Station& s) -> Json { return block_name(s.khz); }},
+    Column{"kHz", "frequency_khz", Shown::with_ids, [](const Station& s) -> Json { return s.khz; }},
+    Column{"Index", "index", Shown::with_ids, [](const Station& s) -> Json { return s.index; }},
     Column{"Service", "service_id", Shown::with_ids,
-           [](const Station& s) -> json { return s.service_id; }},
+           [](const Station& s) -> Json { return s.service_id; }},
     Column{"hex", "service_id_hex", Shown::with_ids,
-           [](const Station& s) -> json { return fmt::format("0x{:04X}", s.service_id); }},
+           [](const Station& s) -> Json { return fmt::format("0x{:04X}", s.service_id); }},
     Column{"Component", "component_id", Shown::with_ids,
-           [](const Station& s) -> json { return s.component_id; }},
+           [](const Station& s) -> Json { return s.component_id; }},
     Column{"", "component_id_hex", Shown::never,
-           [](const Station& s) -> json { return fmt::format("0x{:04X}", s.component_id); }},
-    Column{"PI", "pi", Shown::with_ids, [](const Station& s) -> json { return s.pi; }},
-    Column{"Kind", "kind", Shown::always, [](const Station& s) -> json { return s.kind; }},
+           [](const Station& s) -> Json { return fmt::format("0x{:04X}", s.component_id); }},
+    Column{"PI", "pi", Shown::with_ids, [](const Station& s) -> Json { return s.pi; }},
+    Column{"Kind", "kind", Shown::always, [](const Station& s) -> Json { return s.kind; }},
     Column{"Type", "programme_type", Shown::always,
-           [](const Station& s) -> json { return s.programme_type; }},
+           [](const Station& s) -> Json { return s.programme_type; }},
     Column{"dBuV", "rssi_dbuv", Shown::always,
-           [](const Station& s) -> json { return s.rssi_dbuv; }},
-    Column{"SNR", "snr_db", Shown::always, [](const Station& s) -> json { return s.snr_db; }},
+           [](const Station& s) -> Json { return s.rssi_dbuv; }},
+    Column{"SNR", "snr_db", Shown::always, [](const Station& s) -> Json { return s.snr_db; }},
     Column{"", "playable", Shown::never,
-           [](const Station& s) -> json { return s.obstacle().empty(); }},
-    Column{"", "obstacle", Shown::always, [](const Station& s) -> json { return s.obstacle(); }},
+           [](const Station& s) -> Json { return s.obstacle().empty(); }},
+    Column{"", "obstacle", Shown::always, [](const Station& s) -> Json { return s.obstacle(); }},
     Column{"", "command", Shown::never,
-           [](const Station& s) -> json { return kestrel_command(s); }}};
+           [](const Station& s) -> Json { return kestrel_command(s); }}};
 
 /// What a column says of a station, as text.
-std::string to_text(const json& value) {
+std::string cell_text(const Json& value) {
   return value.is_string() ? value.get<std::string>() : value.dump();
 }
 
@@ -71,8 +69,8 @@ bool is_formula(std::string_view text) {
 }
 
 /// As RFC 4180 has it, for every separator that a spreadsheet may expect.
-std::string quote_csv(const json& value) {
-  auto text = to_text(value);
+std::string quote_csv(const Json& value) {
+  auto text = cell_text(value);
   if (value.is_string() && is_formula(text)) text.insert(0, "'");
   if (text.find_first_of("\",;\t\r\n") == std::string::npos) return text;
   for (auto at = text.find('"'); at != std::string::npos; at = text.find('"', at + 2)) {
@@ -90,14 +88,14 @@ void write_table(std::ostream& out, const std::vector<Station>& stations, bool w
     std::vector<std::string> cells;
   };
   std::vector<Shown_column> shown;
-  for (const auto& column : columns) {
+  for (const auto& column : all_columns) {
     if (column.shown == Shown::never || (column.shown == Shown::with_ids && !with_ids)) continue;
     auto& [width, has_numbers, cells] = shown.emplace_back();
     cells.emplace_back(column.heading);
     for (const auto& station : stations) {
       const auto value = column.value(station);
       has_numbers = value.is_number();
-      cells.push_back(to_text(value));
+      cells.push_back(cell_text(value));
     }
     for (const auto& cell : cells) width = std::max(width, count_columns(cell));
   }
@@ -110,9 +108,9 @@ void write_table(std::ostream& out, const std::vector<Station>& stations, bool w
   }
 }
 
-json describe_as_json(const Station& station) {
-  json entry;
-  for (const auto& column : columns) {
+Json describe_as_json(const Station& station) {
+  Json entry;
+  for (const auto& column : all_columns) {
     if (*column.key != '\0') entry[column.key] = column.value(station);
   }
   return entry;
@@ -129,7 +127,7 @@ void write_json(std::ostream& out, const std::vector<Station>& stations) {
 void write_csv(std::ostream& out, const std::vector<Station>& stations) {
   const auto write_row = [&out](auto cell) {
     const char* separator = "";
-    for (const auto& column : columns) {
+    for (const auto& column : all_columns) {
       if (*column.key != '\0') out << std::exchange(separator, ",") << cell(column);
     }
     out << "\r\n";
