@@ -78,8 +78,8 @@ Broker::~Broker() {
   wake_.notify_all();
   lock.lock();
   // A broker that does not even refuse would hold up its connect() for minutes.
-  for (auto patience = 1000ms; !wake_.wait_for(lock, patience, [this] { return has_ended_; });
-       patience = 100ms) {
+  for (std::chrono::milliseconds patience{1000};
+       !wake_.wait_for(lock, patience, [this] { return has_ended_; }); patience = 100ms) {
     (void)pthread_kill(thread_.native_handle(), interruption);
   }
   lock.unlock();

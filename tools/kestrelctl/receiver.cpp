@@ -62,7 +62,7 @@ void check(std::int16_t result, const std::string& purpose) {
 /// Poll until `is_done`, for `time` at most; was it?
 template <class Condition>
 bool wait_until(Condition is_done, milliseconds time) {
-  for (auto waited = 0ms; waited <= time; waited += poll_interval) {
+  for (milliseconds waited{}; waited <= time; waited += poll_interval) {
     if (is_done()) return true;
     if (!pause(poll_interval)) throw Stopped();
   }
@@ -87,7 +87,7 @@ void wait_for_others(int board) {
   constexpr auto step = 50ms;
   // Who looks again and again says it once, until the board was free.
   static bool has_told = false;
-  for (milliseconds waited = 0ms;; waited += step) {
+  for (milliseconds waited{};; waited += step) {
     const bool is_locked = flock(board, LOCK_EX | LOCK_NB) == 0 || errno != EWOULDBLOCK;
     if (is_locked && !is_kestrel_running()) {
       has_told = false;
@@ -161,7 +161,7 @@ bool is_stopped() { return stop_signal != 0; }
 bool pause(milliseconds time) {
   // A signal between the look at the flag and the sleep would go unnoticed until the sleep ends.
   constexpr milliseconds longest_sleep = 100ms;
-  for (; time > 0ms && !is_stopped(); time -= longest_sleep) {
+  for (; time.count() > 0 && !is_stopped(); time -= longest_sleep) {
     Si468x_delay_ms(static_cast<unsigned>(std::min(time, longest_sleep).count()));
   }
   return !is_stopped();
@@ -233,7 +233,7 @@ void Receiver::set_frequencies(std::vector<std::uint32_t> khz) {
 
 void Receiver::play_dab(const Station& station, std::span<const std::uint32_t> scanned_khz) {
   constexpr auto acquisition_patience = 2500ms;
-  constexpr auto list_patience = 10s;
+  constexpr milliseconds list_patience{10000};
   const auto here = reception();
   if (here.khz != station.khz || !here.is_received) {
     auto list = frequencies();
@@ -375,7 +375,7 @@ std::vector<Label_state> Receiver::drain_rds(Station_rds& rds) {
 Visit Receiver::visit(Ensemble_list& ensembles, std::uint8_t index) {
   // The FIC of a weak ensemble takes its time to become readable, and so does its service list.
   constexpr unsigned tries = 3;
-  constexpr auto patience = 1s;
+  constexpr milliseconds patience{1000};
   Visit visit;
   Si468x_DAB_digrad_status status;
   for (unsigned i = 0; i < tries; ++i) {

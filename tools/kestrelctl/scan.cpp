@@ -151,7 +151,7 @@ Fm_station listen(Receiver& receiver) {
   constexpr auto patience = 5s;
   constexpr auto step = 100ms;
   Station_rds rds;
-  for (auto waited = 0ms; waited < patience; waited += step) {
+  for (std::chrono::milliseconds waited{}; waited < patience; waited += step) {
     (void)receiver.drain_rds(rds);
     if (rds.decoder.state().pi && !rds.decoder.state().ps.empty()) break;
     if (!pause(step)) throw Stopped();

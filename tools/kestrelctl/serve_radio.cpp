@@ -124,7 +124,8 @@ void Shared_radio::watch(const std::stop_token& stop) {
     } catch (const std::exception& trouble) {
       publish({{"error", trouble.what()}});
     }
-    for (auto waited = 0ms; waited < look_interval && !is_over(); waited += look_step) {
+    for (std::chrono::milliseconds waited{}; waited < look_interval && !is_over();
+         waited += look_step) {
       std::this_thread::sleep_for(look_step);
     }
   }
