@@ -45,38 +45,44 @@ _kestrelctl_offer_names() {
   done < <(_kestrelctl_names "$before$typed")
 }
 
+# What the option $2 takes according to the help $1: "FILE", or its values with | between them.
+_kestrelctl_argument() {
+  awk -v option="$2" 'index("," $1 ",", "," option ",") && $2 ~ /^[A-Z:]+$|[|]/ {print $2}' <<<"$1"
+}
+
 _kestrelctl() {
-  local current="${COMP_WORDS[COMP_CWORD]}" subcommand="" value=0 candidates="" help i
+  local current="${COMP_WORDS[COMP_CWORD]}" subcommand="" value="" candidates="" help i
   local -a given=()
   ((COMP_CWORD > 1)) && subcommand="${COMP_WORDS[1]}"
   help="$(kestrelctl ${subcommand:+"$subcommand"} --help 2>/dev/null)"
+  [[ $subcommand != preset ]] || help="$(kestrelctl preset set --help 2>/dev/null)"
   for ((i = 2; i < COMP_CWORD; ++i)); do
-    if ((value)); then
-      value=0
-    elif [[ $subcommand${COMP_WORDS[i]} == @(*-o|*--@(block|city|count|country|every|file|filter|floor|latitude|longitude|output|postal-code|service|sort|state|street|street-number|volume)|play--fm|preset--fm) ]]; then
-      value=1
-    elif [[ ${COMP_WORDS[i]} != -* ]]; then
+    if [[ -n $value ]]; then
+      value=""
+    elif [[ ${COMP_WORDS[i]} == -* ]]; then
+      value="$(_kestrelctl_argument "$help" "${COMP_WORDS[i]}")"
+    else
       given+=("${COMP_WORDS[i]}")
     fi
   done
   COMPREPLY=()
-  if ((value)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} == --sort ]]; then
-    candidates="name block signal kind type id"
-  elif ((value)) && [[ ${COMP_WORDS[COMP_CWORD - 1]} != @(-o|--@(file|output|state)) ]]; then
+  if [[ $value == *"|"* ]]; then
+    candidates="${value//|/ }"
+  elif [[ -n $value && $value != FILE ]]; then
     return
   elif [[ -z $subcommand && $current != -* ]]; then
     candidates="$(sed '1,/^Subcommands:/d' <<<"$help" | awk '/^  [a-z]/ {print $1}')"
-  elif ((!value)) && [[ $current == -* ]]; then
+  elif [[ -z $value && $current == -* ]]; then
     candidates="$(awk '/^ +-/ {print $1}' <<<"$help" | tr ',' '\n')"
-  elif [[ $subcommand == preset ]] && ((${#given[@]} == 0)); then
-    candidates="set remove"
-  elif ((!value)) && [[ $subcommand == play ]]; then
-    _kestrelctl_offer_names "$current" "${given[*]}"
-  elif [[ $subcommand == preset && ${given[0]} == set ]]; then
-    ((${#given[@]} == 1)) || _kestrelctl_offer_names "$current" "${given[*]:2}"
-  elif ((value)) || [[ $subcommand == @(stations|report|frequencies) ]]; then
+  elif [[ -n $value || $subcommand == @(stations|report|frequencies) ]]; then
     compopt -o filenames 2>/dev/null
     mapfile -t COMPREPLY < <(compgen -f -- "$current")
+  elif [[ $subcommand == play ]]; then
+    _kestrelctl_offer_names "$current" "${given[*]}"
+  elif [[ $subcommand == preset ]] && ((${#given[@]} == 0)); then
+    candidates="set remove"
+  elif [[ $subcommand == preset && ${given[0]} == set ]]; then
+    ((${#given[@]} == 1)) || _kestrelctl_offer_names "$current" "${given[*]:2}"
   fi
   [[ -z $candidates ]] || mapfile -t COMPREPLY < <(compgen -W "$candidates" -- "$current")
 } && complete -F _kestrelctl kestrelctl kestrelctl-sim
