@@ -54,6 +54,10 @@ TEST_F(Lists, EndWithAStatusThatSaysWhatHappened) {
       {"ctl frequencies a.json -o /no/list", 1, "kestrelctl: /no/list: No such file"},
       {"ctl frequencies a.json 2>/dev/null", 0, "178352\n174928\n176640\n227360\n"},
       {"ctl frequencies a.json", 0, "; 178352 kHz only fills index 0"},
+      {"echo 174928 >f; echo 5A >>f; ctl scan -y f", 1, "f: line 2 is not a frequency in kHz"},
+      {"yes 174928 | head -n 49 >f; ctl scan -y f", 1, "f has more than 48 frequencies"},
+      {": >f; ctl log --survey -y f", 1, "kestrelctl: f is empty"},
+      {"ctl log -y f", 64, ""},
       {"sed s/174928/178352/ a.json | ctl frequencies /dev/stdin 2>/dev/null", 0,
        "176640\n178352\n227360\n"},
   };

@@ -209,20 +209,26 @@ class Log_run : public Log_test {
   Store store_{path("state")};
 };
 
-TEST_F(Log_run, SurveysTheBlocksOfTheLastScanWithTheBoardToItself) {
-  const std::pair<const char*, const char*> table[]{
-      {"", "5A 2 12C 10 5A 2 12C 10 "},
-      // The receiver does not have this one, and takes the scan's list.
-      {R"(, {"EnsemleNo": 2, "DigradStatus": {"tune_freq": 170000}})", "12C 10 5A 2 12C 10 5A 2 "}};
-  for (const auto& [more, expected] : table) {
-    (void)store_.save_scan(
-        R"({"ensembleList": [{"EnsemleNo": 0, "DigradStatus": {"tune_freq": 227360}},
-                             {"EnsemleNo": 1, "DigradStatus": {"tune_freq": 174928}})" +
-            std::string(more) + "]}",
-        std::chrono::sys_seconds(1s * std::strlen(more)));
+TEST_F(Log_run, SurveysTheBlocksOfTheScansWithTheBoardToItself) {
+  // What one more scan has visited, a frequency list, and what two surveys find.
+  const std::tuple<std::vector<unsigned>, const char*, const char*> table[]{
+      {{227360, 174928}, "", "5A 2 12C 10 5A 2 12C 10 "},
+      {{174928}, "", "5A 2 12C 10 5A 2 12C 10 "},  // an interrupted scan takes nothing away
+      // The receiver does not have this one, and takes the list of the scans, the newest first.
+      {{227360, 170000}, "", "12C 10 5A 2 12C 10 5A 2 "},
+      {{}, "174928\n", "5A 2 5A 2 "}};
+  int second = 0;
+  for (const auto& [scanned, list, expected] : table) {
+    auto scan = nlohmann::json::parse(R"({"ensembleList": []})");
+    for (const auto khz : scanned) {
+      scan["ensembleList"].push_back({{"DigradStatus", {{"tune_freq", khz}}}});
+    }
+    (void)store_.save_scan(scan.dump(), std::chrono::sys_seconds(1s * ++second));
     std::filesystem::remove(path("log"));
     auto made = options(2);
     made.is_survey = true;
+    write("list", list);
+    if (*list != '\0') made.list = path("list");
     EXPECT_EQ(log_command(store_, made), 0);
     std::string blocks;
     for (const auto& row : rows("log")) {

@@ -51,7 +51,7 @@ class Radio_test : public testing::Test, protected Directory {
 };
 
 TEST_F(Radio_test, PlaysEveryStationFromAFreshBoard) {
-  (void)printed([this] { scan_command(store_, {.is_fm = true, .location = {}}); });
+  (void)printed([this] { scan_command(store_, {.is_fm = true, .list = {}, .location = {}}); });
   unsigned played = 0;
   for (const auto& station : store_.stations()) {
     if (!station.obstacle().empty()) continue;
@@ -129,6 +129,30 @@ TEST_F(Radio_test, TakesTheScansFrequenciesOnlyIfTheReceiverLacksThem) {
   Radio(store_).play(pop);
   EXPECT_EQ(last_command(0xB0)[2], 33);
   EXPECT_EQ(last_command(set_freq_list)[1], 41);
+}
+
+TEST_F(Radio_test, ScansAListOfFrequencies) {
+  write("list", "174928\r\n227360\n");
+  const auto output =
+      printed([this] { scan_command(store_, {.list = path("list"), .location = {}}); });
+  EXPECT_NE(output.find("12 stations on 2 frequencies"), std::string::npos) << output;
+}
+
+TEST_F(Radio_test, RemembersWhatWasSetAndPlaysWithoutRemembering) {
+  (void)printed([this] { scan_command(store_, {.is_fm = true, .list = {}, .location = {}}); });
+  Radio radio(store_);
+  radio.play(station("fels one"));
+  radio.set_volume(21);
+  radio.stop();
+  EXPECT_EQ(last_command(0x13), (std::vector<std::uint8_t>{0x13, 0, 0, 3, 0, 0}));
+  EXPECT_EQ(radio.look().volume, 21);
+  // As with a full disk.
+  std::filesystem::remove(path("state/settings.json"));
+  std::filesystem::create_symlink("nowhere", path("state/settings.json"));
+  testing::internal::CaptureStderr();
+  EXPECT_TRUE(radio.play(station("Seegrund Pop")).is_received);
+  EXPECT_NE(testing::internal::GetCapturedStderr().find("what plays is not remembered"),
+            std::string::npos);
 }
 
 /// Texts at random intervals, all of which a watch that looks now and then must show.

@@ -127,8 +127,10 @@ std::vector<Scan> some_scans() {
                 service(8, "=Radio 2;", audio, "'SICharset': 0,'CAId': 1") + "," +
                 service(9, "Radio Pay", scrambled) + "," + service(10, "Radio 2"),
             50)));
-  auto fm = read_scan_text(write_fm_scan(
-      {{98500, 18978, "Küste", 10, -3, 36}, Fm_station{.khz = 103700, .ps = ""}}, {}));
+  auto fm = read_scan_text(write_fm_scan({{98500, 18978, "Küste", 10, -3, 36},
+                                          {104100, 18978, "Küste", 10, -9, 30},
+                                          Fm_station{.khz = 103700, .ps = ""}},
+                                         {}));
   return {std::move(older), std::move(newer), std::move(fm)};
 }
 
@@ -176,7 +178,9 @@ TEST(Stations, SayWhereTheyAreAndWhatPlaysThem) {
     const auto found = find_stations(stations, name);
     ASSERT_EQ(found.size(), 1U) << name;
     EXPECT_EQ(kestrel_command(found[0]), command) << why;
-    EXPECT_EQ(find_station(stations, refer_to(found[0]))->name, found[0].name);
+    auto kept = refer_to(found[0]);
+    kept.name = "As it was called";
+    EXPECT_EQ(find_station(stations, kept)->name, found[0].name);
   }
   EXPECT_EQ(frequency_list_of(find_stations(stations, "alphabet")[0], scans),
             std::vector<std::uint32_t>{});  // its index is 33, of a list of two
@@ -202,6 +206,7 @@ Alpha       12C         data  Pop music    50    0  data service
 Alphabet    12C         DAB   Pop music    50    0
 Empty       12C         DAB   Pop music    50    0  no audio
 Küste       98.50 MHz   FM    Pop music    -3   36
+Küste       104.10 MHz  FM    Pop music    -9   30
 New, í "x"  12C         DAB+  Pop music    50    0
 Radio 2     12C         DAB+  Pop music    50    0
 Radio 2     12C         DAB+  Pop music    50    0
@@ -214,8 +219,8 @@ Radio Pay   12C         DAB+  Pop music    50    0  scrambled
     EXPECT_NE(csv.str().find("\r\n" + row), std::string::npos) << csv.str();
   }
   const auto read = nlohmann::json::parse(json.str());
-  EXPECT_EQ(read.at(8).at("name"), "New, í \"x\"");
-  EXPECT_EQ(read.at(8).at("playable"), true);
+  EXPECT_EQ(read.at(9).at("name"), "New, í \"x\"");
+  EXPECT_EQ(read.at(9).at("playable"), true);
   EXPECT_EQ(read.at(6).at("obstacle"), "no audio");
 }
 

@@ -67,6 +67,7 @@ TEST_F(Store_test, KeepsSettingsForEverybodyToRead) {
   const auto read = store.settings();
   EXPECT_EQ(std::tie(read.presets, read.last, read.volume, read.location),
             std::tie(settings.presets, settings.last, settings.volume, settings.location));
+  EXPECT_EQ(read.presets.at(3).name + read.last->name, "Küste \"1\"FM");
   EXPECT_EQ(files("state/kestrel"), Names{"settings.json"});
   EXPECT_EQ(mode("state/kestrel/settings.json"), 0644U);
   EXPECT_EQ(mode("state/kestrel"), 0755U);
@@ -100,7 +101,13 @@ TEST_F(Store_test, SetsADamagedFileAside) {
         "kestrelctl: " + path("settings.json") + " is damaged, and is now settings.json.damaged\n");
     EXPECT_EQ(content("settings.json.damaged"), text);
     EXPECT_EQ(files(), Names{"settings.json.damaged"});
+    fs::remove(path("settings.json.damaged"));
   }
+  for (const std::string text : {"first", "second"}) {
+    write("settings.json", text);
+    (void)store.settings();
+  }
+  EXPECT_EQ(content("settings.json.damaged") + content("settings.json.damaged-2"), "firstsecond");
 }
 
 TEST_F(Store_test, KeepsEveryScanAndShowsTheNewest) {

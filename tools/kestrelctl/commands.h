@@ -21,6 +21,7 @@ using Paths = std::vector<std::filesystem::path>;
 
 struct Scan_options {
   bool is_fm = false;
+  std::string list;  ///< a frequency list file; empty: the receiver's own list
   std::vector<std::pair<std::size_t, std::string>> location;  ///< index of the question, answer
 };
 int scan_command(Store& store, const Scan_options& options);
@@ -60,6 +61,7 @@ int serve_command(Store& store, const Serve_options& options);
 struct Log_options {
   std::optional<std::chrono::milliseconds> every;  ///< between samples 10 s, between surveys 0
   bool is_survey = false;
+  std::string list;           ///< of a survey, a frequency list file; empty: the scans' blocks
   unsigned count = 0;         ///< end after that many samples, or rounds of a survey; 0: never
   std::string output = "-";   ///< for the rows; "-": standard output
   std::string textfile;       ///< empty: none
@@ -97,5 +99,8 @@ struct Frequencies_options {
   std::string output = "-";
 };
 int frequencies_command(const Store& store, const Frequencies_options& options);
+/// A frequency list file, as kestrel -y takes it: one frequency in kHz per line, 1 to 48 of them.
+/// Throws Failure.
+std::vector<std::uint32_t> read_frequency_list(const std::filesystem::path& path);
 
 }  // namespace kestrelctl

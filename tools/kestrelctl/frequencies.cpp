@@ -1,21 +1,51 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 //
-// `kestrelctl frequencies`: a frequency list for kestrel -y of the blocks that a scan found alive.
+// `kestrelctl frequencies`: a frequency list for kestrel -y of the blocks that a scan found alive;
+// and how such a file is read.
 #include <fmt/format.h>
 #include <fmt/ranges.h>
 
+#include <charconv>
 #include <iostream>
 #include <map>
+#include <sstream>
 #include <stdexcept>
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/files.h"
 #include "kestrelctl/receiver.h"
+#include "kestrelctl/text.h"
+#include "si468x/dab_tuning.h"
 
 namespace kestrelctl {
 
+std::vector<std::uint32_t> read_frequency_list(const std::filesystem::path& path) {
+  constexpr std::size_t most_bytes = 4096;
+  constexpr std::uint32_t lowest_khz = 10'000;
+  constexpr std::uint32_t highest_khz = 1'000'000;
+  const auto name = make_harmless(path.string());
+  const auto text = read_file(path, most_bytes);
+  if (!text) throw Failure(name + " cannot be read");
+  std::vector<std::uint32_t> list;
+  std::istringstream lines(*text);
+  for (std::string line; std::getline(lines, line);) {
+    if (line.ends_with('\r')) line.pop_back();
+    std::uint32_t khz = 0;
+    const auto* const end = line.data() + line.size();
+    const auto [rest, error] = std::from_chars(line.data(), end, khz);
+    if (error != std::errc() || rest != end || khz < lowest_khz || khz > highest_khz) {
+      throw Failure(fmt::format("{}: line {} is not a frequency in kHz", name, list.size() + 1));
+    }
+    list.push_back(khz);
+    if (list.size() > dab_freq_list_limit) {
+      throw Failure(fmt::format("{} has more than {} frequencies", name, dab_freq_list_limit));
+    }
+  }
+  if (list.empty()) throw Failure(name + " is empty");
+  return list;
+}
+
 int frequencies_command(const Store& store, const Frequencies_options& options) {
-  constexpr std::size_t longest_list = 48;  // what the receiver takes
   std::map<std::uint32_t, bool> has_stations;
   std::uint32_t silent_khz = 0;
   auto scans = read_scans_or_store(options.files, store);
@@ -39,10 +69,10 @@ int frequencies_command(const Store& store, const Frequencies_options& options) 
   if (has_filler) {
     frequencies.insert(frequencies.begin(), silent_khz == 0 ? frequencies.front() : silent_khz);
   }
-  if (frequencies.size() > longest_list) {
+  if (frequencies.size() > dab_freq_list_limit) {
     throw std::runtime_error(
         fmt::format("these are {} frequencies, and a frequency list holds {}: name fewer files",
-                    frequencies.size(), longest_list));
+                    frequencies.size(), dab_freq_list_limit));
   }
   write_output(options.output, fmt::format("{}\n", fmt::join(frequencies, "\n")), scans);
   std::cerr << fmt::format("kestrelctl: {} with a signal", has_stations.size())

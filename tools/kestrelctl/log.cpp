@@ -69,6 +69,7 @@ class Sampler {
         rows_(options.output),
         file_trouble_(options.output == "-" ? "standard output" : make_harmless(options.output)),
         metrics_(site_) {
+    if (!options.list.empty()) list_ = read_frequency_list(options.list);
     if (options.mqtt_url.empty()) return;
     const auto address = parse_mqtt_url(options.mqtt_url);
     if (!options.password_file.empty() && address.user.empty()) {
@@ -119,7 +120,7 @@ class Sampler {
     }
   }
 
-  /// One round through the blocks of the last scan, or without a scan of the receiver's list.
+  /// One round through the blocks.
   void survey() {
     if (!board_) board_.emplace();
     try {
@@ -138,18 +139,12 @@ class Sampler {
     }
   }
 
-  /// Their indexes in the receiver's list, which becomes the scan's if it lacks one of them.
+  /// The indexes in the receiver's list of what is to be visited: the blocks of the list that was
+  /// given, else of the scans, else all. A list that lacks one of them is replaced.
   std::vector<unsigned> choose_blocks() {
     auto list = board_->frequencies();
-    const auto scans = store_.scans();
-    const auto last =
-        std::find_if(scans.rbegin(), scans.rend(), [](const Scan& scan) { return !scan.is_fm; });
-    auto wanted = list;
-    if (last != scans.rend() && !last->blocks.empty() &&
-        last->blocks.size() <= Ensemble_list::slots) {
-      wanted.clear();
-      for (const auto& block : last->blocks) wanted.push_back(block.khz);
-    }
+    auto wanted = list_.empty() ? store_.scanned_frequencies() : list_;
+    if (wanted.empty()) wanted = list;
     const auto is_in = [](const auto& all) {
       return [&all](std::uint32_t khz) { return std::ranges::find(all, khz) != all.end(); };
     };
@@ -245,6 +240,7 @@ class Sampler {
   Store& store_;
   const Log_options& options_;
   const std::string site_;
+  std::vector<std::uint32_t> list_;  ///< kHz; empty: none was given
   Radio radio_{store_};
   std::optional<Receiver> board_;  ///< of a survey, for as long as it goes well
   Survey survey_{site_};

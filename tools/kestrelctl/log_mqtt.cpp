@@ -52,6 +52,8 @@ Broker::Broker(Mqtt_address address, const Mqtt_files& files, std::string prefix
       prefix_(std::move(prefix)),
       takes_commands_(takes_commands),
       trouble_("mqtt " + make_harmless(address_.host)) {
+  // A name server that is away would hold up the end for 5 s each time.
+  (void)setenv("RES_OPTIONS", "timeout:1 attempts:1", 0);
   (void)mosquitto_lib_init();
   client_.reset(mosquitto_new(nullptr, true, this));
   if (!client_) throw std::bad_alloc();

@@ -57,6 +57,13 @@ CLI::Validator number_in(double lowest, double highest) {
              "");
 }
 
+CLI::Option* add_list(CLI::App& command, std::string& list) {
+  return command
+      .add_option("--frequency-list,-y", list,
+                  "the frequencies of this file, one per line in kHz, instead of all blocks")
+      ->option_text("FILE");
+}
+
 /// What says which station, for `play` and `preset set`.
 void add_station(CLI::App& command, Play_options& options) {
   command.add_option("NAME", options.words, "the name, a part of it, or the number of a preset")
@@ -90,7 +97,9 @@ void add_log(CLI::App& app, Action& action) {
           "between two samples, 10 if not given, or between two surveys, 0")
       ->check(number_in(0.1, 86400))
       ->option_text("SECONDS");
-  command->add_flag("--survey", options->is_survey, "step through the blocks instead, for ever");
+  auto* survey = command->add_flag("--survey", options->is_survey,
+                                   "step through the blocks instead, for ever");
+  add_list(*command, options->list)->needs(survey);
   command->add_option("--count", options->count, "end after that many samples or surveys")
       ->option_text("NUMBER");
   command
@@ -117,7 +126,8 @@ void add_radio_commands(CLI::App& app, Action& action) {
   {
     auto [command, options] = add<Scan_options>(
         app, action, "scan", "Look for stations, and keep what is found", scan_command);
-    command->add_flag("--fm", options->is_fm, "in the FM band");
+    command->add_flag("--fm", options->is_fm, "in the FM band")
+        ->excludes(add_list(*command, options->list));
     for (std::size_t i = 0; i < location_questions.size(); ++i) {
       std::string name(location_questions.at(i).name);
       std::ranges::transform(name, name.begin(), [](char c) {

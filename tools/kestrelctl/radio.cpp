@@ -4,6 +4,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iostream>
 #include <iterator>
 
 namespace kestrelctl {
@@ -50,10 +51,15 @@ Reception Radio::play(const Station& station, std::span<const Scan> scans) {
     reception = receiver.reception();
   }
   if (settings.is_stopped || settings.last != std::optional(refer_to(station))) {
-    store_.update([&station](Settings& now) {
-      now.last = refer_to(station);
-      now.is_stopped = false;
-    });
+    try {
+      store_.update([&station](Settings& now) {
+        now.last = refer_to(station);
+        now.is_stopped = false;
+      });
+    } catch (const std::runtime_error& error) {
+      // It plays all the same.
+      std::cerr << fmt::format("kestrelctl: {}: what plays is not remembered\n", error.what());
+    }
   }
   return reception;
 }
@@ -164,14 +170,16 @@ Now Radio::look() {
       return now;
     }
     // Another program may have started another service of the ensemble.
-    const auto last = store_.settings().last;
-    if (now.reception.khz != heard_khz_ || last != heard_last_) {
+    const auto settings = store_.settings();
+    if (now.reception.khz != heard_khz_ || settings.last != heard_last_) {
       heard_khz_ = now.reception.khz;
-      heard_last_ = last;
+      heard_last_ = settings.last;
       text_ = {};
       rds_ = {};
     }
-    now.volume = receiver.volume();
+    // FM is stopped by its volume, which is not the one that was set.
+    const bool is_silent = settings.is_stopped && now.reception.firmware == Firmware::fm;
+    now.volume = is_silent ? volume() : receiver.volume();
     if (now.reception.firmware == Firmware::dab) {
       now.heard = receiver.drain_text(text_);
       now.text = text_.label.state();

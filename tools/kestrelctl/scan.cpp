@@ -121,12 +121,15 @@ void visit_all(Receiver& receiver, Ensemble_list& ensembles) {
 }
 
 int scan_dab(Store& store, const Scan_options& options) {
+  const auto list =
+      options.list.empty() ? std::vector<std::uint32_t>() : read_frequency_list(options.list);
   Ensemble_list ensembles;
   set_location(ensembles, update_location(store, options));
   {
     const auto volume = Radio(store).volume();
     Receiver receiver;
     (void)receiver.ensure_firmware(Firmware::dab, volume);
+    if (!list.empty()) receiver.set_frequencies(list);
     visit_all(receiver, ensembles);
   }
   if (ensembles.number_of_frequencies == 0) throw Stopped();

@@ -116,12 +116,16 @@ Station_reference refer_to(const Station& station) {
   return {station.name, station.is_fm, station.khz, station.service_id, station.component_id};
 }
 
+bool operator==(const Station_reference& a, const Station_reference& b) {
+  const auto place = [](const Station_reference& station) {
+    return std::tie(station.is_fm, station.khz, station.service_id, station.component_id);
+  };
+  return place(a) == place(b);
+}
+
 const Station* find_station(std::span<const Station> stations, const Station_reference& wanted) {
-  const auto found = std::ranges::find_if(stations, [&wanted](const Station& station) {
-    auto reference = refer_to(station);
-    reference.name = wanted.name;
-    return reference == wanted;
-  });
+  const auto found = std::ranges::find_if(
+      stations, [&wanted](const Station& station) { return refer_to(station) == wanted; });
   return found == stations.end() ? nullptr : &*found;
 }
 
@@ -165,8 +169,9 @@ std::vector<Station> find_stations(std::span<const Station> stations, std::strin
     if (is == no || !is_wanted || rank < closest) continue;
     if (rank > closest) found.clear();
     closest = rank;
+    const auto fm_id = station.pi != 0 ? station.pi : station.khz;
     const auto [twin, is_new] = found.try_emplace(
-        {std::move(key), station.is_fm, station.is_fm ? station.khz : station.service_id}, station);
+        {std::move(key), station.is_fm, station.is_fm ? fm_id : station.service_id}, station);
     if (!is_new && station.rssi_dbuv > twin->second.rssi_dbuv) twin->second = station;
   }
   std::vector<Station> list;

@@ -56,10 +56,11 @@ struct Station_reference {
   std::uint32_t khz = 0;
   std::uint32_t service_id = 0;
   std::uint32_t component_id = 0;
-  bool operator==(const Station_reference&) const = default;
 };
+/// The same station, under whatever name?
+bool operator==(const Station_reference& a, const Station_reference& b);
 Station_reference refer_to(const Station& station);
-/// The station that is meant, under whatever name; null if it is not there.
+/// The station that is meant; null if it is not there.
 const Station* find_station(std::span<const Station> stations, const Station_reference& wanted);
 
 /// "sudo kestrel -f 33 -e 17333 -c 12 -p", "sudo kestrel -F 98500"; empty for what kestrel's
@@ -73,8 +74,8 @@ struct Station_filter {
 /// The stations named `name`; if there are none, those whose names begin with it; if there are none
 /// either, those that contain it, and at last those that contain each of its words. Without case
 /// and accents. Data services count only if nothing else has the name, and what cannot be played
-/// only if nothing as close can. A service that several frequencies carry under one name is there
-/// once, with the strongest signal. In natural order.
+/// only if nothing as close can. A service, or an FM programme by its PI, that several frequencies
+/// carry under one name is there once, with the strongest signal. In natural order.
 std::vector<Station> find_stations(std::span<const Station> stations, std::string_view name,
                                    const Station_filter& filter = {});
 

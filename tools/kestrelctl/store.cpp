@@ -16,6 +16,7 @@
 
 #include "kestrelctl/files.h"
 #include "kestrelctl/text.h"
+#include "si468x/dab_tuning.h"
 
 namespace kestrelctl {
 
@@ -48,9 +49,11 @@ Settings to_settings(const json& document) {
 }
 
 void set_aside(const fs::path& path) {
-  auto aside = path;
-  aside += ".damaged";
   std::error_code error;
+  fs::path aside;
+  for (unsigned again = 1; again == 1 || fs::exists(aside, error); ++again) {
+    aside = path.string() + (again == 1 ? ".damaged" : fmt::format(".damaged-{}", again));
+  }
   fs::rename(path, aside, error);
   std::cerr << "kestrelctl: " << make_harmless(path.string()) << " is damaged"
             << (error ? "" : ", and is now " + make_harmless(aside.filename().string())) << '\n';
@@ -154,6 +157,18 @@ std::vector<Station> Store::stations() const {
     if (scan.is_fm && std::exchange(has_fm, true)) scan.fm_stations.clear();
   }
   return list_stations(scans);
+}
+
+std::vector<std::uint32_t> Store::scanned_frequencies() const {
+  std::vector<std::uint32_t> list;
+  const auto scans = this->scans();
+  for (std::size_t i = scans.size(); i-- > 0;) {
+    for (const auto& block : scans[i].blocks) {
+      const bool is_new = block.khz != 0 && std::ranges::find(list, block.khz) == list.end();
+      if (is_new && list.size() < dab_freq_list_limit) list.push_back(block.khz);
+    }
+  }
+  return list;
 }
 
 std::vector<Scan> read_scans_or_store(const std::vector<fs::path>& paths, const Store& store) {

@@ -59,6 +59,8 @@ class Store {
   /// What to show and play: of each DAB frequency what the newest scan that visited it found, so
   /// that a scan that was interrupted takes nothing away; of FM the newest scan.
   [[nodiscard]] std::vector<Station> stations() const;
+  /// The DAB frequencies in kHz that the scans have visited, at most 48: those of the newest first.
+  [[nodiscard]] std::vector<std::uint32_t> scanned_frequencies() const;
 
  private:
   std::filesystem::path save_new(std::string_view prefix, std::string_view text,
