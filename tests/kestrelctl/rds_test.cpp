@@ -187,21 +187,20 @@ TEST(Rds, GroupsSayWhatTheStationSays) {
 
 TEST(Rds, GroupsSayWhatKindOfStationItIs) {
   const std::pair<std::string, std::string> rows[]{
-      {"6204 0130 966B 594C 6204 0137 966B 4D20", "6204 pty 9 tp 0 ta 1 music 0 stereo 1"},
-      {"6204 0548 966B 594C", "6204 pty 10 tp 1 ta 0 music 1 stereo -"},
-      {"6204 0533 966B 594C", "6204 pty 9 tp 1 ta 1 music 0 stereo 0"},
-      {"6204/1 0533/1 966B 594C 6204/2 0533/2 966B 594C", "6204 pty 9 tp 1 ta 1 music 0 stereo 0"},
-      {"6204/3 2D40 1234 4141 6204/3 2D40 0000 4141", "1234 pty 10 tp 1 ta - music - stereo -"},
-      {"6204 0400 E0CD 4141 1234 0420 E0CD 4141", "6204 pty 0 tp 1 ta 0 music 0 stereo -"},
+      {"6204 0130 966B 594C 6204 0137 966B 4D20", "6204 pty 9 tp 0 ta 1"},
+      {"6204 0548 966B 594C", "6204 pty 10 tp 1 ta 0"},
+      {"6204 0533 966B 594C", "6204 pty 9 tp 1 ta 1"},
+      {"6204/1 0533/1 966B 594C 6204/2 0533/2 966B 594C", "6204 pty 9 tp 1 ta 1"},
+      {"6204/3 2D40 1234 4141 6204/3 2D40 0000 4141", "1234 pty 10 tp 1 ta -"},
+      {"6204 0400 E0CD 4141 1234 0420 E0CD 4141", "6204 pty 0 tp 1 ta 0"},
   };
   for (const auto& [text, expected] : rows) {
     Rds_decoder decoder;
     for (const auto& group : groups(text)) decoder.feed(group);
     const auto& state = decoder.state();
     const auto show = [](const auto& value) { return value ? std::to_string(*value) : "-"; };
-    EXPECT_EQ(fmt::format("{:X} pty {} tp {} ta {} music {} stereo {}", state.pi.value_or(0),
-                          show(state.pty), show(state.tp), show(state.ta), show(state.music),
-                          show(state.stereo)),
+    EXPECT_EQ(fmt::format("{:X} pty {} tp {} ta {}", state.pi.value_or(0), show(state.pty),
+                          show(state.tp), show(state.ta)),
               expected);
     decoder.reset();
     EXPECT_FALSE(decoder.state().pi);

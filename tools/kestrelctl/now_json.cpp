@@ -54,6 +54,10 @@ Json describe_as_json(const Now& now) {
       {"programme_type",
        is_fm ? if_known(now.rds.pty, [](unsigned type) { return programme_type_name(type, true); })
              : Json()},
+      {"tp", is_fm && now.rds.tp ? Json(*now.rds.tp) : Json()},
+      {"ta", is_fm && now.rds.ta ? Json(*now.rds.ta) : Json()},
+      {"alternatives_khz", is_fm ? Json(now.rds.alternatives_khz) : Json()},
+      {"broadcast_time", text_or_null(now.broadcast_time)},
   };
 }
 

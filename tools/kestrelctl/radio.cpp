@@ -1,9 +1,11 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "kestrelctl/radio.h"
 
+#include <fmt/chrono.h>
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <cstdlib>
 #include <iostream>
 #include <iterator>
 
@@ -12,6 +14,14 @@ namespace {
 
 // Loud enough to be heard, and not too loud for headphones.
 constexpr unsigned first_volume = 40;
+
+/// "2024-03-05T10:47+01:00"
+std::string format_local(const Rds_time& time) {
+  const auto offset = time.utc_offset.count();
+  return fmt::format("{:%FT%H:%M}{}{:02}:{:02}",
+                     fmt::gmtime(std::chrono::seconds(time.local.time_since_epoch()).count()),
+                     offset < 0 ? '-' : '+', std::abs(offset) / 60, std::abs(offset) % 60);
+}
 
 unsigned stored_volume(const Settings& settings) { return settings.volume.value_or(first_volume); }
 
@@ -177,16 +187,16 @@ Now Radio::look() {
       text_ = {};
       rds_ = {};
     }
-    // FM is stopped by its volume, which is not the one that was set.
-    const bool is_silent = settings.is_stopped && now.reception.firmware == Firmware::fm;
-    now.volume = is_silent ? volume() : receiver.volume();
+    now.is_silent = settings.is_stopped && now.reception.firmware == Firmware::fm;
+    now.volume = now.is_silent ? volume() : receiver.volume();
     if (now.reception.firmware == Firmware::dab) {
       now.heard = receiver.drain_text(text_);
       now.text = text_.label.state();
-      now.ensemble_time = receiver.ensemble_time();
+      if (const auto time = receiver.ensemble_time()) now.broadcast_time = format_utc(*time);
     } else if (now.reception.firmware == Firmware::fm) {
       now.heard = receiver.drain_rds(rds_);
       now.rds = rds_.decoder.state();
+      if (now.rds.time) now.broadcast_time = format_local(*now.rds.time);
       now.text = rds_.label();
     }
   }

@@ -21,10 +21,11 @@ struct Now {
   Reception reception;
   std::optional<Station> station;  ///< what plays, if it is known by name
   int volume = 0;
+  bool is_silent = false;          ///< FM that is stopped: the volume is not the receiver's
   Label_state text;                ///< what the station says; of FM the same as in `rds`
   std::vector<Label_state> heard;  ///< what the text became since the look before, in its order
   Rds_state rds;                   ///< FM
-  std::optional<std::chrono::sys_seconds> ensemble_time;  ///< DAB: UTC, as transmitted
+  std::string broadcast_time;      ///< as transmitted, in the form of ISO 8601
 };
 
 /// `now` once for each text that was heard, in their order; once if none was.

@@ -100,18 +100,12 @@ void Rds_decoder::decode(const Rds_group& group) {
   }
 }
 
-/// 0A, 0B: name, traffic announcement, music or speech, a bit of how it is transmitted, and in 0A
-/// alternative frequencies.
+/// 0A, 0B: name, traffic announcement, and in 0A alternative frequencies.
 void Rds_decoder::take_basics(const Rds_group& group) {
-  constexpr unsigned stereo_address = 3;
   const bool is_certain = is_clean(group, {block_b});
   const auto address = bits(group, block_b, 0, 2);
-  if (announcement_.offer(bits(group, block_b, 3, 2), is_certain)) {
-    state_.ta = bits(group, block_b, 4, 1) != 0;
-    state_.music = bits(group, block_b, 3, 1) != 0;
-  }
-  if (address == stereo_address && stereo_.offer(bits(group, block_b, 2, 1) != 0, is_certain)) {
-    state_.stereo = stereo_.value();
+  if (announcement_.offer(bits(group, block_b, 4, 1) != 0, is_certain)) {
+    state_.ta = announcement_.value();
   }
   ps_.begin_group(address, is_certain);
   if (is_readable(group, block_d)) {

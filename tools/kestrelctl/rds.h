@@ -36,15 +36,13 @@ struct Rds_time {
 /// What is known of the station. Text is harmless UTF-8, empty before it has come whole.
 struct Rds_state {
   std::optional<std::uint16_t> pi;
-  std::string ps;                   ///< programme service name, eight columns
-  std::string radiotext;            ///< the last one that was complete
-  std::string title;                ///< of what plays, as `radiotext` names it
-  std::string artist;               ///< likewise
-  std::optional<std::uint8_t> pty;  ///< programme type, 0 to 31
-  std::optional<bool> tp;           ///< traffic programme
-  std::optional<bool> ta;           ///< traffic announcement
-  std::optional<bool> music;        ///< rather than speech
-  std::optional<bool> stereo;
+  std::string ps;                               ///< programme service name, eight columns
+  std::string radiotext;                        ///< the last one that was complete
+  std::string title;                            ///< of what plays, as `radiotext` names it
+  std::string artist;                           ///< likewise
+  std::optional<std::uint8_t> pty;              ///< programme type, 0 to 31
+  std::optional<bool> tp;                       ///< traffic programme
+  std::optional<bool> ta;                       ///< traffic announcement
   std::vector<std::uint32_t> alternatives_khz;  ///< in the order received
   std::optional<Rds_time> time;                 ///< as of the last group that told it
 
@@ -79,8 +77,7 @@ class Rds_decoder {
   Confirmed<std::uint16_t> pi_;
   std::optional<Rds_group> stranger_;  ///< the last group, if its PI was another one
   Confirmed<unsigned> programme_;      ///< TP and PTY
-  Confirmed<unsigned> announcement_;   ///< TA, and music or speech
-  Confirmed<bool> stereo_;
+  Confirmed<bool> announcement_;       ///< TA
   Rds_text ps_{4};
   std::bitset<frequency_codes> doubtful_frequencies_;
   Confirmed<unsigned> text_kind_;  ///< version of the groups and A/B flag of the RadioText

@@ -41,16 +41,25 @@ Lines describe_lines(const Now& now) {
                     reception.multipath, reception.is_received ? "" : ", not a station"));
     if (now.rds.pi) add("PI", fmt::format("{:04X}", *now.rds.pi));
     if (now.rds.pty) add("Type", std::string(programme_type_name(*now.rds.pty, true)));
+    if (now.rds.tp.value_or(false)) {
+      add("Traffic", now.rds.ta.value_or(false) ? "announcement" : "announced here");
+    }
+    std::string others;
+    for (const auto khz : now.rds.alternatives_khz) {
+      others += (others.empty() ? "" : ", ") + describe_frequency(khz);
+    }
+    add("Also on", others);
   } else {
     add("Signal", fmt::format("{} dBuV, SNR {} dB, FIC quality {} %{}{}", reception.rssi_dbuv,
                               reception.snr_db, reception.fic_quality,
                               reception.is_received ? "" : ", no ensemble",
                               reception.is_muted ? ", muted" : ""));
   }
-  add("Volume", std::to_string(now.volume));
+  add("Volume", fmt::format("{}{}", now.volume, now.is_silent ? ", stopped" : ""));
   add("Title", now.text.title);
   add("Artist", now.text.artist);
   add("Text", now.text.text);
+  add("Time", now.broadcast_time);
   return lines;
 }
 
