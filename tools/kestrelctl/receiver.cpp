@@ -322,9 +322,10 @@ Reception Receiver::reception() {
 std::optional<std::chrono::sys_seconds> Receiver::ensemble_time() {
   using namespace std::chrono;
   Si468x_time time;
-  check(time.get_ensembletime(), "tell the ensemble's time");
+  // Before the ensemble has told it, the receiver may refuse.
+  if (time.get_ensembletime() < 0) return std::nullopt;
   const year_month_day date{year(time.year), month(time.month), day(time.day)};
-  if (time.year == 0 || !date.ok()) return std::nullopt;
+  if (time.year == 0 || time.hour > 23 || !date.ok()) return std::nullopt;
   return sys_days(date) + hours(time.hour) + minutes(time.minute) + seconds(time.second);
 }
 
