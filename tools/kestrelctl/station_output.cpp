@@ -6,8 +6,10 @@
 
 #include <algorithm>
 #include <array>
+#include <functional>
 #include <iostream>
 #include <nlohmann/json.hpp>
+#include <regex>
 
 #include "kestrelctl/commands.h"
 #include "kestrelctl/now_json.h"
@@ -25,32 +27,36 @@ struct Column {
   Shown shown;
   Json (*value)(const Station&);
 };
-constexpr std::array all_columns{
-    Column{"Name", "name", Shown::always, [](const Station& s) -> Json { return s.name; }},
-    Column{"Place", "", Shown::always, [](const Station& s) -> Json { return s.place(); }},
-    Column{"", "block", Shown::never, [](const Station& s) -> Json { return block_name(s.khz); }},
-    Column{"kHz", "frequency_khz", Shown::with_ids, [](const Station& s) -> Json { return s.khz; }},
-    Column{"Index", "index", Shown::with_ids, [](const Station& s) -> Json { return s.index; }},
-    Column{"Service", "service_id", Shown::with_ids,
-           [](const Station& s) -> Json { return s.service_id; }},
-    Column{"hex", "service_id_hex", Shown::with_ids,
-           [](const Station& s) -> Json { return fmt::format("0x{:04X}", s.service_id); }},
-    Column{"Component", "component_id", Shown::with_ids,
-           [](const Station& s) -> Json { return s.component_id; }},
-    Column{"", "component_id_hex", Shown::never,
-           [](const Station& s) -> Json { return fmt::format("0x{:04X}", s.component_id); }},
-    Column{"PI", "pi", Shown::with_ids, [](const Station& s) -> Json { return s.pi; }},
-    Column{"Kind", "kind", Shown::always, [](const Station& s) -> Json { return s.kind; }},
-    Column{"Type", "programme_type", Shown::always,
-           [](const Station& s) -> Json { return s.programme_type; }},
-    Column{"dBuV", "rssi_dbuv", Shown::always,
-           [](const Station& s) -> Json { return s.rssi_dbuv; }},
-    Column{"SNR", "snr_db", Shown::always, [](const Station& s) -> Json { return s.snr_db; }},
-    Column{"", "playable", Shown::never,
-           [](const Station& s) -> Json { return s.obstacle().empty(); }},
-    Column{"", "obstacle", Shown::always, [](const Station& s) -> Json { return s.obstacle(); }},
-    Column{"", "command", Shown::never,
-           [](const Station& s) -> Json { return kestrel_command(s); }}};
+
+/// What a member of a station, or one of its functions, says.
+template <auto member>
+Json get(const Station& station) {
+  return std::invoke(member, station);
+}
+template <auto id>
+Json as_hex(const Station& station) {
+  return fmt::format("0x{:04X}", station.*id);
+}
+
+constexpr auto all_columns = std::to_array<Column>({
+    {"Name", "name", Shown::always, get<&Station::name>},
+    {"Place", "", Shown::always, get<&Station::place>},
+    {"", "block", Shown::never, [](const Station& s) -> Json { return block_name(s.khz); }},
+    {"kHz", "frequency_khz", Shown::with_ids, get<&Station::khz>},
+    {"Index", "index", Shown::with_ids, get<&Station::index>},
+    {"Service", "service_id", Shown::with_ids, get<&Station::service_id>},
+    {"hex", "service_id_hex", Shown::with_ids, as_hex<&Station::service_id>},
+    {"Component", "component_id", Shown::with_ids, get<&Station::component_id>},
+    {"", "component_id_hex", Shown::never, as_hex<&Station::component_id>},
+    {"PI", "pi", Shown::with_ids, get<&Station::pi>},
+    {"Kind", "kind", Shown::always, get<&Station::kind>},
+    {"Type", "programme_type", Shown::always, get<&Station::programme_type>},
+    {"dBuV", "rssi_dbuv", Shown::always, get<&Station::rssi_dbuv>},
+    {"SNR", "snr_db", Shown::always, get<&Station::snr_db>},
+    {"", "playable", Shown::never, [](const Station& s) -> Json { return s.obstacle().empty(); }},
+    {"", "obstacle", Shown::always, get<&Station::obstacle>},
+    {"", "command", Shown::never, [](const Station& s) -> Json { return kestrel_command(s); }},
+});
 
 /// What a column says of a station, as text.
 std::string cell_text(const Json& value) {
@@ -73,39 +79,28 @@ std::string quote_csv(const Json& value) {
   auto text = cell_text(value);
   if (value.is_string() && is_formula(text)) text.insert(0, "'");
   if (text.find_first_of("\",;\t\r\n") == std::string::npos) return text;
-  for (auto at = text.find('"'); at != std::string::npos; at = text.find('"', at + 2)) {
-    text.insert(at, 1, '"');
-  }
-  return '"' + text + '"';
+  return '"' + std::regex_replace(text, std::regex("\""), "\"\"") + '"';
 }
 
 }  // namespace
 
 void write_table(std::ostream& out, const std::vector<Station>& stations, bool with_ids) {
-  struct Shown_column {
-    std::size_t width = 0;
-    bool has_numbers = false;
-    std::vector<std::string> cells;
-  };
-  std::vector<Shown_column> shown;
+  std::vector<std::string> lines(stations.size() + 1);
   for (const auto& column : all_columns) {
     if (column.shown == Shown::never || (column.shown == Shown::with_ids && !with_ids)) continue;
-    auto& [width, has_numbers, cells] = shown.emplace_back();
-    cells.emplace_back(column.heading);
+    std::vector<std::string> cells{column.heading};
+    bool has_numbers = false;
     for (const auto& station : stations) {
       const auto value = column.value(station);
       has_numbers = value.is_number();
       cells.push_back(cell_text(value));
     }
-    for (const auto& cell : cells) width = std::max(width, count_columns(cell));
-  }
-  for (std::size_t row = 0; row <= stations.size(); ++row) {
-    std::string line;
-    for (const auto& [width, has_numbers, cells] : shown) {
-      line += pad(cells[row], width, has_numbers) + "  ";
+    const auto width = count_columns(*std::ranges::max_element(cells, {}, count_columns));
+    for (std::size_t row = 0; row < lines.size(); ++row) {
+      lines[row] += pad(cells[row], width, has_numbers) + "  ";
     }
-    out << line.substr(0, line.find_last_not_of(' ') + 1) << '\n';
   }
+  for (const auto& line : lines) out << line.substr(0, line.find_last_not_of(' ') + 1) << '\n';
 }
 
 Json describe_as_json(const Station& station) {
@@ -150,8 +145,8 @@ int list_stations_command(const Store& store, const Stations_options& options) {
     write_json(std::cout, stations);
   } else if (options.is_csv) {
     write_csv(std::cout, stations);
-  } else {
-    if (!stations.empty()) write_table(std::cout, stations, options.has_ids);
+  } else if (!stations.empty()) {
+    write_table(std::cout, stations, options.has_ids);
   }
   if (!stations.empty()) return exit_status::success;
   std::cerr << "kestrelctl: " << (wanted.empty() ? "no station was found" : "no station matches")

@@ -65,18 +65,25 @@ Station make_station(const Fm_station& heard) {
 
 /// For comparing in natural order: each number has its count of digits before it.
 std::string natural_key(std::string_view name) {
-  const auto is_digit = [](char c) { return c >= '0' && c <= '9'; };
   const auto folded = fold(name);
   std::string key;
-  for (std::size_t i = 0; i < folded.size();) {
-    const auto end =
-        std::find_if_not(folded.begin() + static_cast<std::ptrdiff_t>(i), folded.end(), is_digit);
-    const auto digits = static_cast<std::size_t>(end - folded.begin()) - i;
+  for (std::string_view rest = folded; !rest.empty();) {
+    const auto digits = std::min(rest.find_first_not_of("0123456789"), rest.size());
+    const auto taken = std::max<std::size_t>(digits, 1);
     if (digits > 0) key += static_cast<char>('0' + std::min<std::size_t>(digits, 9));
-    key += folded.substr(i, std::max<std::size_t>(digits, 1));
-    i += std::max<std::size_t>(digits, 1);
+    key += rest.substr(0, taken);
+    rest.remove_prefix(taken);
   }
   return key;
+}
+
+/// The stations of a map, in its order.
+template <class Map>
+std::vector<Station> take_stations(Map& map) {
+  std::vector<Station> stations;
+  stations.reserve(map.size());
+  for (auto& [key, station] : map) stations.push_back(std::move(station));
+  return stations;
 }
 
 }  // namespace
@@ -93,10 +100,7 @@ std::vector<Station> list_stations(std::span<const Scan> scans) {
       found.insert_or_assign({true, heard.khz, 0}, make_station(heard));
     }
   }
-  std::vector<Station> stations;
-  stations.reserve(found.size());
-  for (auto& [place, station] : found) stations.push_back(std::move(station));
-  return stations;
+  return take_stations(found);
 }
 
 std::vector<std::uint32_t> frequency_list_of(const Station& station, std::span<const Scan> scans) {
@@ -174,10 +178,7 @@ std::vector<Station> find_stations(std::span<const Station> stations, std::strin
         {std::move(key), station.is_fm, station.is_fm ? fm_id : station.service_id}, station);
     if (!is_new && station.rssi_dbuv > twin->second.rssi_dbuv) twin->second = station;
   }
-  std::vector<Station> list;
-  list.reserve(found.size());
-  for (auto& [key, station] : found) list.push_back(std::move(station));
-  return list;
+  return take_stations(found);
 }
 
 namespace {
@@ -253,8 +254,7 @@ void sort_stations(std::vector<Station>& stations, std::string_view key) {
     std::tuple place(chosen->value(s), natural_key(s.name), s.khz, s.service_id);
     sorted.emplace(std::move(place), std::move(s));
   }
-  stations.clear();
-  for (auto& [place, station] : sorted) stations.push_back(std::move(station));
+  stations = take_stations(sorted);
 }
 
 }  // namespace kestrelctl
