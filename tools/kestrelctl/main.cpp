@@ -16,13 +16,13 @@
 #include "kestrelctl/commands.h"
 #include "kestrelctl/doctor.h"
 #include "kestrelctl/receiver.h"
+#include "kestrelctl/text.h"
 
 namespace {
 
 using namespace kestrelctl;
 
 constexpr std::size_t longest_given_answer = 200;  // characters of up to two bytes, of 400
-constexpr const char* scan_files = "scan files; without any what kestrelctl scan has found";
 
 /// For doctor: what the receiver says, or why it does not.
 std::string ask_receiver() {
@@ -34,18 +34,29 @@ std::string ask_receiver() {
 /// The subcommand that was given leaves here what it is to do.
 using Action = std::function<int(Store&)>;
 
+/// Adds a subcommand without options.
+CLI::App* add(CLI::App& app, Action& action, const char* name, const char* description,
+              Action act) {
+  auto* command = app.add_subcommand(name, description);
+  command->callback([&action, act = std::move(act)] { action = act; });
+  return command;
+}
+
 /// Adds a subcommand with a copy of `Options` for its options to fill, and `act` to run with them.
 template <class Options, class Act>
 std::pair<CLI::App*, Options*> add(CLI::App& app, Action& action, const char* name,
                                    const char* description, Act act) {
-  auto options = std::make_shared<Options>();
-  auto* command = app.add_subcommand(name, description);
-  command->callback([&action, options, act] {
-    action = [options, act](Store& store) { return act(store, *options); };
-  });
-  return {command, options.get()};
+  const auto options = std::make_shared<Options>();
+  const auto act_on_options = [options, act](Store& store) { return act(store, *options); };
+  return {add(app, action, name, description, act_on_options), options.get()};
 }
-struct Nothing {};
+
+/// Adds an option that sets `value`; the help calls its argument `argument`.
+template <class Value>
+CLI::Option* add_option(CLI::App& command, const char* names, const std::string& argument,
+                        Value& value, const char* description) {
+  return command.add_option(names, value, description)->option_text(argument);
+}
 
 /// A number that has to be one; "nan" is in every range.
 CLI::Validator number_in(double lowest, double highest) {
@@ -58,25 +69,37 @@ CLI::Validator number_in(double lowest, double highest) {
 }
 
 CLI::Option* add_list(CLI::App& command, std::string& list) {
-  return command
-      .add_option("--frequency-list,-y", list,
-                  "the frequencies of this file, one per line in kHz, instead of all blocks")
-      ->option_text("FILE");
+  return add_option(command, "--frequency-list,-y", "FILE", list,
+                    "the frequencies of this file, one per line in kHz, instead of all blocks");
+}
+
+void add_scan_files(CLI::App& command, Paths& files) {
+  add_option(command, "FILE", "...", files,
+             "scan files; without any what kestrelctl scan has found");
+}
+
+void add_every(CLI::App& command, std::optional<std::chrono::milliseconds>& every,
+               double least_seconds, const char* description) {
+  const auto set = [&every](double seconds) {
+    every = std::chrono::milliseconds(std::lround(seconds * 1000));
+  };
+  command.add_option_function<double>("--every", set, description)
+      ->check(number_in(least_seconds, 86400))
+      ->option_text("SECONDS");
 }
 
 /// What says which station, for `play` and `preset set`.
 void add_station(CLI::App& command, Play_options& options) {
-  command.add_option("NAME", options.words, "the name, a part of it, or the number of a preset")
-      ->option_text("...");
+  add_option(command, "NAME", "...", options.words,
+             "the name, a part of it, or the number of a preset");
   command.add_flag("--last", options.plays_last, "what was played last");
-  command.add_option("--fm", options.fm_mhz, "an FM frequency in MHz, for example 98.5")
-      ->check(number_in(64, 108))
-      ->option_text("MHZ");
-  command.add_option("--file", options.files, "look in this scan file")->option_text("FILE");
-  command.add_option("--block", options.filter.block, "only on this block, for example 12C")
-      ->option_text("BLOCK");
-  command.add_option("--service", options.filter.service_id, "only the service with this id")
-      ->option_text("ID");
+  add_option(command, "--fm", "MHZ", options.fm_mhz, "an FM frequency in MHz, for example 98.5")
+      ->check(number_in(64, 108));
+  add_option(command, "--file", "FILE", options.files, "look in this scan file");
+  add_option(command, "--block", "BLOCK", options.filter.block,
+             "only on this block, for example 12C");
+  add_option(command, "--service", "ID", options.filter.service_id,
+             "only the service with this id");
 }
 
 void check_station(const Play_options& options) {
@@ -85,124 +108,98 @@ void check_station(const Play_options& options) {
   if (ways != 1) throw Failure("Which station? Say a NAME, --last or --fm MHZ", exit_status::usage);
 }
 
+void add_scan(CLI::App& app, Action& action) {
+  auto [command, options] = add<Scan_options>(
+      app, action, "scan", "Look for stations, and keep what is found", scan_command);
+  command->add_flag("--fm", options->is_fm, "in the FM band")
+      ->excludes(add_list(*command, options->list));
+  for (std::size_t i = 0; i < location_questions.size(); ++i) {
+    auto name = "--" + fold(location_questions.at(i).name);
+    std::ranges::replace(name, ' ', '-');
+    const auto keep_answer = [options = options, i](const std::string& answer) {
+      if (answer.size() > longest_given_answer) throw CLI::ValidationError("is too long");
+      options->location.emplace_back(i, answer);
+    };
+    command
+        ->add_option_function<std::string>(
+            name, keep_answer,
+            i == 0 ? "where the antenna is; what is not given is as last time" : "")
+        ->option_text("TEXT");
+  }
+}
+
+void add_play(CLI::App& app, Action& action) {
+  const auto play = [](Store& store, const Play_options& given) {
+    check_station(given);
+    return play_command(store, given);
+  };
+  auto [command, options] = add<Play_options>(app, action, "play", "Play a station", play);
+  add_station(*command, *options);
+  add_option(*command, "--volume", "LEVEL", options->volume, "from now on, 0 to 63")
+      ->check(CLI::Range(0, 63));
+  command->add_flag("--dry-run", options->is_dry_run, "print kestrel's command instead");
+}
+
+void add_watch(CLI::App& app, Action& action) {
+  auto [command, options] = add<Watch_options>(
+      app, action, "watch", "Show the station's text as it changes, until Ctrl-C", watch_command);
+  add_every(*command, options->every, 0.05, "seconds between two looks; 1, with --meter 0.15");
+  command->add_flag("--meter", options->is_meter, "the signal instead, for aiming an antenna");
+  command->add_flag("--json", options->is_json, "one JSON object per look and line");
+  add_option(*command, "--count", "NUMBER", options->count, "end after that many looks");
+}
+
 void add_log(CLI::App& app, Action& action) {
   auto [command, options] = add<Log_options>(
       app, action, "log", "Write down what is received, for as long as it runs", log_command);
-  command
-      ->add_option_function<double>(
-          "--every",
-          [options = options](double seconds) {
-            options->every = std::chrono::milliseconds(std::lround(seconds * 1000));
-          },
-          "between two samples, 10 if not given, or between two surveys, 0")
-      ->check(number_in(0.1, 86400))
-      ->option_text("SECONDS");
+  add_every(*command, options->every, 0.1,
+            "between two samples, 10 if not given, or between two surveys, 0");
   auto* survey = command->add_flag("--survey", options->is_survey,
                                    "step through the blocks instead, for ever");
   add_list(*command, options->list)->needs(survey);
-  command->add_option("--count", options->count, "end after that many samples or surveys")
-      ->option_text("NUMBER");
-  command
-      ->add_option("--output,-o", options->output,
-                   "append the rows to this file; printed if not given")
-      ->option_text("FILE");
-  command->add_option("--textfile", options->textfile, "metrics for Prometheus' node_exporter")
-      ->option_text("FILE");
-  auto* url = command
-                  ->add_option("--mqtt", options->mqtt_url,
-                               "a broker: mqtt[s]://[USER@]HOST[:PORT][/PREFIX]")
-                  ->option_text("URL");
-  command->add_option("--mqtt-password-file", options->password_file, "with the user's password")
-      ->needs(url)
-      ->option_text("FILE");
-  command->add_option("--mqtt-ca-file", options->ca_file, "the broker's authority")
-      ->needs(url)
-      ->option_text("FILE");
-  command->add_option("--site", options->site, "where this is, if not the host's name")
-      ->option_text("NAME");
-}
-
-void add_radio_commands(CLI::App& app, Action& action) {
-  {
-    auto [command, options] = add<Scan_options>(
-        app, action, "scan", "Look for stations, and keep what is found", scan_command);
-    command->add_flag("--fm", options->is_fm, "in the FM band")
-        ->excludes(add_list(*command, options->list));
-    for (std::size_t i = 0; i < location_questions.size(); ++i) {
-      std::string name(location_questions.at(i).name);
-      std::ranges::transform(name, name.begin(), [](char c) {
-        return c == ' ' ? '-' : static_cast<char>(std::tolower(c));
-      });
-      command
-          ->add_option_function<std::string>(
-              "--" + name,
-              [options = options, i](const std::string& answer) {
-                if (answer.size() > longest_given_answer) throw CLI::ValidationError("is too long");
-                options->location.emplace_back(i, answer);
-              },
-              i == 0 ? "where the antenna is; what is not given is as last time" : "")
-          ->option_text("TEXT");
-    }
-  }
-  {
-    auto [command, options] = add<Play_options>(app, action, "play", "Play a station",
-                                                [](Store& store, const Play_options& given) {
-                                                  check_station(given);
-                                                  return play_command(store, given);
-                                                });
-    add_station(*command, *options);
-    command->add_option("--volume", options->volume, "from now on, 0 to 63")
-        ->check(CLI::Range(0, 63))
-        ->option_text("LEVEL");
-    command->add_flag("--dry-run", options->is_dry_run, "print kestrel's command instead");
-  }
-  add<Nothing>(app, action, "next", "Play the next preset, or without presets station",
-               [](Store& store, Nothing) { return step_command(store, 1); });
-  add<Nothing>(app, action, "previous", "Play the preset or station before",
-               [](Store& store, Nothing) { return step_command(store, -1); });
-  {
-    auto [command, change] =
-        add<std::string>(app, action, "volume", "Print or set the volume", volume_command);
-    command->add_option("LEVEL", *change, "0 to 63, or a step: +5, -5")->option_text(" ");
-  }
-  {
-    auto [command, is_json] = add<bool>(
-        app, action, "status", "Show what plays, and how well it is received", status_command);
-    command->add_flag("--json", *is_json, "as JSON");
-  }
-  {
-    auto [command, options] = add<Watch_options>(
-        app, action, "watch", "Show the station's text as it changes, until Ctrl-C", watch_command);
-    command
-        ->add_option_function<double>(
-            "--every",
-            [options = options](double seconds) {
-              options->every = std::chrono::milliseconds(std::lround(seconds * 1000));
-            },
-            "seconds between two looks; 1, with --meter 0.15")
-        ->check(number_in(0.05, 86400))
-        ->option_text("SECONDS");
-    command->add_flag("--meter", options->is_meter, "the signal instead, for aiming an antenna");
-    command->add_flag("--json", options->is_json, "one JSON object per look and line");
-    command->add_option("--count", options->count, "end after that many looks")
-        ->option_text("NUMBER");
-  }
-  add_log(app, action);
-  add<Nothing>(app, action, "stop", "Stop the station; the receiver stays on",
-               [](Store& store, Nothing) { return stop_command(store); });
-  add<Nothing>(app, action, "off", "Switch the receiver off",
-               [](Store& store, Nothing) { return off_command(store); });
+  add_option(*command, "--count", "NUMBER", options->count,
+             "end after that many samples or surveys");
+  add_option(*command, "--output,-o", "FILE", options->output,
+             "append the rows to this file; printed if not given");
+  add_option(*command, "--textfile", "FILE", options->textfile,
+             "metrics for Prometheus' node_exporter");
+  auto* url = add_option(*command, "--mqtt", "URL", options->mqtt_url,
+                         "a broker: mqtt[s]://[USER@]HOST[:PORT][/PREFIX]");
+  add_option(*command, "--mqtt-password-file", "FILE", options->password_file,
+             "with the user's password")
+      ->needs(url);
+  add_option(*command, "--mqtt-ca-file", "FILE", options->ca_file, "the broker's authority")
+      ->needs(url);
+  add_option(*command, "--site", "NAME", options->site, "where this is, if not the host's name");
 }
 
 void add_serve(CLI::App& app, Action& action) {
   auto [command, options] = add<Serve_options>(
       app, action, "serve", "Be a page for the phone, until Ctrl-C", serve_command);
-  command->add_option("--listen", options->listen, "where to listen, instead of 127.0.0.1:8468")
-      ->option_text("ADDRESS:PORT");
-  command
-      ->add_option("--token-file", options->token_file,
-                   "with what the page asks for; other addresses need it")
-      ->option_text("FILE");
+  add_option(*command, "--listen", "ADDRESS:PORT", options->listen,
+             "where to listen, instead of 127.0.0.1:8468");
+  add_option(*command, "--token-file", "FILE", options->token_file,
+             "with what the page asks for; other addresses need it");
+}
+
+void add_radio_commands(CLI::App& app, Action& action) {
+  add_scan(app, action);
+  add_play(app, action);
+  add(app, action, "next", "Play the next preset, or without presets station",
+      [](Store& store) { return step_command(store, 1); });
+  add(app, action, "previous", "Play the preset or station before",
+      [](Store& store) { return step_command(store, -1); });
+  auto [volume, change] =
+      add<std::string>(app, action, "volume", "Print or set the volume", volume_command);
+  add_option(*volume, "LEVEL", " ", *change, "0 to 63, or a step: +5, -5");
+  auto [status, is_json] = add<bool>(
+      app, action, "status", "Show what plays, and how well it is received", status_command);
+  status->add_flag("--json", *is_json, "as JSON");
+  add_watch(app, action);
+  add_log(app, action);
+  add(app, action, "stop", "Stop the station; the receiver stays on", stop_command);
+  add(app, action, "off", "Switch the receiver off", off_command);
+  add_serve(app, action);
 }
 
 void add_preset(CLI::App& app, Action& action) {
@@ -212,54 +209,47 @@ void add_preset(CLI::App& app, Action& action) {
     if (preset->get_subcommands().empty()) action = list_presets_command;
   });
   using Numbered = std::pair<unsigned, Play_options>;
-  auto [set, options] = add<Numbered>(*preset, action, "set", "Keep a station under a number",
-                                      [](Store& store, const Numbered& given) {
-                                        check_station(given.second);
-                                        return set_preset_command(store, given.first, given.second);
-                                      });
-  set->add_option("NUMBER", options->first, "1 to 999")
+  const auto set_preset = [](Store& store, const Numbered& given) {
+    check_station(given.second);
+    return set_preset_command(store, given.first, given.second);
+  };
+  auto [set, options] =
+      add<Numbered>(*preset, action, "set", "Keep a station under a number", set_preset);
+  add_option(*set, "NUMBER", " ", options->first, "1 to 999")
       ->required()
-      ->check(CLI::Range(1, 999))
-      ->option_text(" ");
+      ->check(CLI::Range(1, 999));
   add_station(*set, options->second);
   auto [remove, number] =
       add<unsigned>(*preset, action, "remove", "Forget a preset", remove_preset_command);
-  remove->add_option("NUMBER", *number, "the preset's")->required()->option_text(" ");
+  add_option(*remove, "NUMBER", " ", *number, "the preset's")->required();
 }
 
 void add_file_commands(CLI::App& app, Action& action) {
-  {
-    auto [command, options] = add<Stations_options>(
-        app, action, "stations", "List the stations that were found", list_stations_command);
-    command->add_option("FILE", options->files, scan_files)->option_text("...");
-    command->add_option("--filter", options->filter, "only names that contain this")
-        ->option_text("TEXT");
-    command->add_option("--sort", options->sort, "what to sort by")
-        ->check(CLI::IsMember(sort_keys()))
-        ->option_text(fmt::format("{}", fmt::join(sort_keys(), "|")));
-    command->add_flag("--long", options->has_ids, "with the ids");
-    command->add_flag("--json", options->is_json, "as JSON")
-        ->excludes(command->add_flag("--csv", options->is_csv, "as CSV"));
-  }
-  {
-    auto [command, options] = add<Report_options>(
-        app, action, "report", "Write scans as a page for a browser", report_command);
-    command->add_option("FILE", options->files, scan_files)->option_text("...");
-    command
-        ->add_option("--output,-o", options->output,
-                     "the page, report.html if not given; - prints it")
-        ->option_text("FILE");
-  }
-  {
-    auto [command, options] = add<Frequencies_options>(
-        app, action, "frequencies", "Write a list for kestrel -y of the blocks with a signal",
-        frequencies_command);
-    command->add_option("FILE", options->files, scan_files)->option_text("...");
-    command->add_option("--output,-o", options->output, "the list; printed if not given")
-        ->option_text("FILE");
-  }
-  add<Nothing>(app, action, "doctor", "Look for what keeps the receiver from working here",
-               [](Store&, Nothing) { return run_doctor("/", ask_receiver, std::cout); });
+  auto [stations, choice] = add<Stations_options>(
+      app, action, "stations", "List the stations that were found", list_stations_command);
+  add_scan_files(*stations, choice->files);
+  add_option(*stations, "--filter", "TEXT", choice->filter, "only names that contain this");
+  add_option(*stations, "--sort", fmt::format("{}", fmt::join(sort_keys(), "|")), choice->sort,
+             "what to sort by")
+      ->check(CLI::IsMember(sort_keys()));
+  stations->add_flag("--long", choice->has_ids, "with the ids");
+  stations->add_flag("--json", choice->is_json, "as JSON")
+      ->excludes(stations->add_flag("--csv", choice->is_csv, "as CSV"));
+
+  auto [report, page] = add<Report_options>(app, action, "report",
+                                            "Write scans as a page for a browser", report_command);
+  add_scan_files(*report, page->files);
+  add_option(*report, "--output,-o", "FILE", page->output,
+             "the page, report.html if not given; - prints it");
+
+  auto [frequencies, list] = add<Frequencies_options>(
+      app, action, "frequencies", "Write a list for kestrel -y of the blocks with a signal",
+      frequencies_command);
+  add_scan_files(*frequencies, list->files);
+  add_option(*frequencies, "--output,-o", "FILE", list->output, "the list; printed if not given");
+
+  add(app, action, "doctor", "Look for what keeps the receiver from working here",
+      [](Store&) { return run_doctor("/", ask_receiver, std::cout); });
 }
 
 /// For a word that is not a subcommand: the nearest ones.
@@ -286,13 +276,11 @@ int run(int argc, char** argv) {
   app.require_subcommand(1);
   app.get_formatter()->column_width(26);
   std::string state = Store::default_directory;
-  app.add_option("--state", state,
-                 "where presets and scans are kept, instead of /var/lib/kestrel ($KESTREL_STATE)")
-      ->envname("KESTREL_STATE")
-      ->option_text("DIRECTORY");
+  add_option(app, "--state", "DIRECTORY", state,
+             "where presets and scans are kept, instead of /var/lib/kestrel ($KESTREL_STATE)")
+      ->envname("KESTREL_STATE");
   Action action;
   add_radio_commands(app, action);
-  add_serve(app, action);
   add_preset(app, action);
   add_file_commands(app, action);
   try {
