@@ -218,31 +218,11 @@ void check_strings(std::string_view text) {
   }
 }
 
-/// What has been read: the records, and the times that the ensembles transmit.
-struct Reading {
-  Scan scan;
-  std::vector<std::chrono::sys_seconds> times;
-};
-
-/// Makes an entry of `list`, a member of the document, into a record.
-void add_entry(Reading& reading, std::string_view list, const json& entry, bool is_mended) {
-  auto& [scan, times] = reading;
-  if (list == "ensembleList") {
-    if (scan.blocks.size() == most_entries) refuse_more("more entries than", most_entries);
-    scan.blocks.push_back(make_block(entry, is_mended));
-    if (const auto time = ensemble_time(member(entry, "ensembleTime"))) times.push_back(*time);
-  } else if (list == "fmStations") {
-    if (scan.fm_stations.size() == most_fm_stations) {
-      refuse_more("more FM stations than", most_fm_stations);
-    }
-    scan.fm_stations.push_back(make_fm_station(entry));
-  }
-}
-
 Scan read_document(std::string_view text, bool is_mended) {
   check_strings(text);
-  Reading reading;
-  std::string list;  // the member of the document that is being read
+  Scan scan;
+  std::vector<std::chrono::sys_seconds> times;  // that the ensembles transmit
+  std::string list;                             // the member of the document that is being read
   std::size_t bytes = 0;
   // Each entry is made into a record at its end, and dropped.
   const auto take = [&](int depth, json::parse_event_t event, const json& value) {
@@ -253,7 +233,16 @@ Scan read_document(std::string_view text, bool is_mended) {
     if (depth == 1 && event == json::parse_event_t::key) list = value.get<std::string>();
     if (depth != 2 || event != json::parse_event_t::object_end) return true;
     bytes = 0;
-    add_entry(reading, list, value, is_mended);
+    if (list == "ensembleList") {
+      if (scan.blocks.size() == most_entries) refuse_more("more entries than", most_entries);
+      scan.blocks.push_back(make_block(value, is_mended));
+      if (const auto time = ensemble_time(member(value, "ensembleTime"))) times.push_back(*time);
+    } else if (list == "fmStations") {
+      if (scan.fm_stations.size() == most_fm_stations) {
+        refuse_more("more FM stations than", most_fm_stations);
+      }
+      scan.fm_stations.push_back(make_fm_station(value));
+    }
     return false;
   };
   json document;
@@ -264,7 +253,6 @@ Scan read_document(std::string_view text, bool is_mended) {
   } catch (const json::exception&) {
     throw Unreadable("has a number that is too large");
   }
-  auto& [scan, times] = reading;
   scan.is_fm = member(document, "fmStations").is_array();
   if (!scan.is_fm && !member(document, "ensembleList").is_array()) {
     throw Unreadable("is not a scan file: it has no list of ensembles");
@@ -278,7 +266,7 @@ Scan read_document(std::string_view text, bool is_mended) {
   std::ranges::sort(times);
   if (!times.empty()) scan.time = times[times.size() / 2];
   if (scan.is_fm) scan.time = parse_utc(string_bytes(document, "time", false, longest_answer));
-  return std::move(scan);
+  return scan;
 }
 
 }  // namespace
