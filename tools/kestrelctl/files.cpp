@@ -22,10 +22,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-[[noreturn]] void refuse(const fs::path& path, std::string_view why) {
-  throw std::runtime_error(fmt::format("{}: {}", make_harmless(path.string()), why));
-}
-
 bool write_all(int descriptor, std::string_view text) {
   while (!text.empty()) {
     const auto written = write(descriptor, text.data(), text.size());
@@ -45,6 +41,10 @@ void flush_directory(const fs::path& directory) {
 
 }  // namespace
 
+void refuse_file(const fs::path& path, std::string_view why) {
+  throw std::runtime_error(fmt::format("{}: {}", make_harmless(path.string()), why));
+}
+
 std::optional<std::string> read_file(const fs::path& path, std::size_t most_bytes) {
   const Input_file file(std::fopen(path.c_str(), "rbe"));
   if (!file) return std::nullopt;
@@ -63,11 +63,12 @@ bool write_file_atomically(const fs::path& path, std::string_view text, If_prese
   constexpr mode_t mode = 0644;
   std::error_code error;
   const auto status = fs::symlink_status(path, error);
-  if (fs::exists(status) && !fs::is_regular_file(status)) refuse(path, "is not a regular file");
+  if (fs::exists(status) && !fs::is_regular_file(status))
+    refuse_file(path, "is not a regular file");
   const auto directory = path.has_parent_path() ? path.parent_path() : fs::path(".");
   auto beside = (directory / ".kestrelctl-XXXXXX").string();
   const int descriptor = mkostemp(beside.data(), O_CLOEXEC);
-  if (descriptor < 0) refuse(path, std::strerror(errno));
+  if (descriptor < 0) refuse_file(path, std::strerror(errno));
   int reason = write_all(descriptor, text) && fchmod(descriptor, mode) == 0 ? 0 : errno;
   if (close(descriptor) != 0 && reason == 0) reason = errno;
   const unsigned flags = if_present == If_present::keep ? RENAME_NOREPLACE : 0;
@@ -80,7 +81,7 @@ bool write_file_atomically(const fs::path& path, std::string_view text, If_prese
   }
   (void)unlink(beside.c_str());
   if (reason == EEXIST) return false;
-  refuse(path, std::strerror(reason));
+  refuse_file(path, std::strerror(reason));
 }
 
 void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans) {
@@ -91,7 +92,7 @@ void write_output(const std::string& name, std::string_view text, const std::vec
   for (const auto& scan : scans) {
     std::error_code error;
     if (fs::equivalent(name, scan.path, error)) {
-      refuse(name, "is one of the scans, and is left alone");
+      refuse_file(name, "is one of the scans, and is left alone");
     }
   }
   (void)write_file_atomically(name, text);

@@ -17,6 +17,9 @@ namespace kestrelctl {
 /// The first `most_bytes` of a file; nothing, and errno, if it cannot be read.
 std::optional<std::string> read_file(const std::filesystem::path& path, std::size_t most_bytes);
 
+/// Throws std::runtime_error that says `why` of a file, after its name.
+[[noreturn]] void refuse_file(const std::filesystem::path& path, std::string_view why);
+
 enum class If_present { replace, keep };
 
 /// Writes `text` to a new file beside `path`, flushes it to the disk, and gives it that name with

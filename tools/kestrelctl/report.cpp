@@ -5,6 +5,7 @@
 
 #include <map>
 #include <nlohmann/json.hpp>
+#include <regex>
 #include <set>
 #include <stdexcept>
 
@@ -22,9 +23,7 @@ namespace {
 /// `name` as one word of a shell.
 std::string quote(const std::string& name) {
   if (name.find_first_of("\\\"$`!") == std::string::npos) return '"' + name + '"';
-  std::string quoted = "'";
-  for (const char c : name) quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
-  return quoted + '\'';
+  return '\'' + std::regex_replace(name, std::regex("'"), "'\\''") + '\'';
 }
 
 /// The ids of the services that can be played, by what their names are found by.
@@ -74,17 +73,10 @@ Json describe(const Scan& scan) {
     if (station.obstacle().empty()) ids[fold(station.name)].insert(station.service_id);
   }
   for (const auto& block : scan.blocks) blocks.push_back(describe(block, ids));
-  return {{"file", scan.file},
+  return {{"file", make_harmless(scan.path.string())},
           {"time", format_utc(scan.time)},
           {"location", std::move(location)},
           {"blocks", std::move(blocks)}};
-}
-
-/// `data` in a form that can be put between script tags.
-std::string as_script_data(const Json& data) {
-  std::string text;
-  for (const char c : data.dump()) text += c == '<' ? "\\u003c" : std::string(1, c);
-  return text;
 }
 
 }  // namespace
@@ -100,7 +92,9 @@ int report_command(const Store& store, const Report_options& options) {
   for (const auto& scan : scans) data["scans"].push_back(describe(scan));
   std::string page(report_page);
   constexpr std::string_view place = "@DATA@";
-  page.replace(page.find(place), place.size(), as_script_data(data));
+  // What is between script tags must not close them.
+  const auto text = std::regex_replace(data.dump(), std::regex("<"), "\\u003c");
+  page.replace(page.find(place), place.size(), text);
   write_output(options.output, page, scans);
   return exit_status::success;
 }

@@ -37,53 +37,24 @@ constexpr Band_block band_iii[]{
     {239200, "13F"}};
 
 // ETSI TS 101 756, table 12: the international table.
-constexpr auto programme_types = std::to_array<std::string_view>({"None",
-                                                                  "News",
-                                                                  "Current affairs",
-                                                                  "Information",
-                                                                  "Sport",
-                                                                  "Education",
-                                                                  "Drama",
-                                                                  "Arts",
-                                                                  "Science",
-                                                                  "Talk",
-                                                                  "Pop music",
-                                                                  "Rock music",
-                                                                  "Easy listening",
-                                                                  "Light classical",
-                                                                  "Classical music",
-                                                                  "Other music",
-                                                                  "Weather",
-                                                                  "Finance",
-                                                                  "Children's",
-                                                                  "Factual",
-                                                                  "Religion",
-                                                                  "Phone-in",
-                                                                  "Travel",
-                                                                  "Leisure",
-                                                                  "Jazz and blues",
-                                                                  "Country music",
-                                                                  "National music",
-                                                                  "Oldies music",
-                                                                  "Folk music",
-                                                                  "Documentary",
-                                                                  "Not used",
-                                                                  "Not used"});
+constexpr std::string_view programme_types[]{
+    // 0
+    "None", "News", "Current affairs", "Information", "Sport", "Education", "Drama", "Arts",
+    // 8
+    "Science", "Talk", "Pop music", "Rock music", "Easy listening", "Light classical",
+    "Classical music", "Other music",
+    // 16
+    "Weather", "Finance", "Children's", "Factual", "Religion", "Phone-in", "Travel", "Leisure",
+    // 24
+    "Jazz and blues", "Country music", "National music", "Oldies music", "Folk music",
+    "Documentary", "Not used", "Not used"};
 static_assert(std::size(programme_types) == 32);
 
-struct Programme_type {
-  unsigned number;
-  std::string_view name;
-};
 // Where those of FM, IEC 62106, differ.
-constexpr Programme_type fm_programme_types[]{
+constexpr std::pair<unsigned, std::string_view> fm_programme_types[]{
     {7, "Culture"}, {9, "Varied"}, {19, "Social affairs"}, {30, "Alarm test"}, {31, "Alarm"}};
 
 constexpr unsigned dab_plus = 63;
-
-[[noreturn]] void refuse_file(const fs::path& path, std::string_view why) {
-  throw Unreadable(fmt::format("{}: {}", make_harmless(path.string()), why));
-}
 
 std::chrono::sys_seconds time_written(const fs::path& path) {
   std::error_code error;
@@ -114,18 +85,18 @@ std::string block_name(std::uint32_t khz) {
 }
 
 Scan read_scan_file(const fs::path& path) {
-  const auto text = read_file(path, largest_file_bytes + 1);
-  if (!text) refuse_file(path, std::strerror(errno));
-  if (text->size() > largest_file_bytes)
-    refuse_file(path, "has more than 16 MiB, too much for a scan");
   try {
+    const auto text = read_file(path, largest_file_bytes + 1);
+    if (!text) throw Unreadable(std::strerror(errno));
+    if (text->size() > largest_file_bytes) {
+      throw Unreadable("has more than 16 MiB, too much for a scan");
+    }
     auto scan = read_scan_text(*text);
     scan.path = path;
-    scan.file = make_harmless(path.string());
     if (scan.time == std::chrono::sys_seconds{}) scan.time = time_written(path);
     return scan;
   } catch (const Unreadable& error) {
-    refuse_file(path, error.what());
+    throw Unreadable(fmt::format("{}: {}", make_harmless(path.string()), error.what()));
   }
 }
 
@@ -142,19 +113,6 @@ std::vector<Scan> read_scans(const std::vector<fs::path>& paths) {
   if (scans.empty()) throw Unreadable("there is no scan that can be read");
   std::ranges::stable_sort(scans, {}, &Scan::time);
   return scans;
-}
-
-std::vector<fs::path> list_scan_files(const fs::path& directory, std::string_view prefix) {
-  std::vector<fs::path> paths;
-  std::error_code error;
-  for (const auto& entry : fs::directory_iterator(directory, error)) {
-    const auto name = entry.path().filename().string();
-    if (name.starts_with(prefix) && name.ends_with(".json") && entry.is_regular_file(error)) {
-      paths.push_back(entry.path().lexically_normal());
-    }
-  }
-  std::ranges::sort(paths);
-  return paths;
 }
 
 std::string format_utc(std::chrono::sys_seconds time) {

@@ -89,7 +89,6 @@ using Location = std::array<std::string, location_questions.size()>;
 
 struct Scan {
   std::filesystem::path path;       ///< empty if it was read from a text
-  std::string file;                 ///< its name, harmless
   bool is_fm = false;               ///< has `fm_stations`, else `blocks`
   std::chrono::sys_seconds time{};  ///< as transmitted or written in it, else the file's own
   Location location;                ///< harmless answers
@@ -97,7 +96,7 @@ struct Scan {
   std::vector<Fm_station> fm_stations;
 };
 
-/// Of the bytes of a file, without `path` and `file`; `time` is 0 if nothing in it says one. Throws
+/// Of the bytes of a file, without `path`; `time` is 0 if nothing in it says one. Throws
 /// Unreadable.
 Scan read_scan_text(std::string_view text);
 /// Throws Unreadable with a message that begins with the file's name.
@@ -105,9 +104,6 @@ Scan read_scan_file(const std::filesystem::path& path);
 /// The scans of these files, the oldest first. Of several, one that is unreadable is named on
 /// standard error and passed over. Throws Unreadable if none is left.
 std::vector<Scan> read_scans(const std::vector<std::filesystem::path>& paths);
-/// The paths of the files "PREFIX*.json" of a directory; none if it cannot be read.
-std::vector<std::filesystem::path> list_scan_files(const std::filesystem::path& directory,
-                                                   std::string_view prefix);
 
 /// The document of an FM scan, which read_scan_text() reads.
 std::string write_fm_scan(const std::vector<Fm_station>& stations, std::chrono::sys_seconds time);

@@ -1,22 +1,22 @@
 // SPDX-License-Identifier: GPL-3.0-or-later
 #include "kestrelctl/store.h"
 
-#include <fcntl.h>
 #include <fmt/chrono.h>
 #include <fmt/format.h>
 #include <sys/file.h>
-#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <iostream>
-#include <memory>
 #include <nlohmann/json.hpp>
 #include <set>
 
 #include "kestrelctl/files.h"
 #include "kestrelctl/text.h"
 #include "si468x/dab_tuning.h"
+#include "si468x/input_file.h"
 
 namespace kestrelctl {
 
@@ -37,9 +37,8 @@ Settings to_settings(const json& document) {
   if (document.contains("last")) settings.last = document["last"].get<Station_reference>();
   settings.is_stopped = document.value("stopped", false);
   if (document.contains("volume")) settings.volume = document["volume"].get<unsigned>();
-  const auto last_preset = settings.presets.rbegin();
   if (settings.volume > highest_volume ||
-      (last_preset != settings.presets.rend() && last_preset->first > highest_preset)) {
+      settings.presets.upper_bound(highest_preset) != settings.presets.end()) {
     throw std::out_of_range("a number");
   }
   for (auto& [number, station] : settings.presets) station.name = make_harmless(station.name);
@@ -50,9 +49,9 @@ Settings to_settings(const json& document) {
 
 void set_aside(const fs::path& path) {
   std::error_code error;
-  fs::path aside;
-  for (unsigned again = 1; again == 1 || fs::exists(aside, error); ++again) {
-    aside = path.string() + (again == 1 ? ".damaged" : fmt::format(".damaged-{}", again));
+  fs::path aside = path.string() + ".damaged";
+  for (unsigned again = 2; fs::exists(aside, error); ++again) {
+    aside = fmt::format("{}.damaged-{}", path.string(), again);
   }
   fs::rename(path, aside, error);
   std::cerr << "kestrelctl: " << make_harmless(path.string()) << " is damaged"
@@ -66,7 +65,21 @@ void make_directory(const fs::path& path) {
   if (fs::create_directories(path, error); !error) {
     fs::permissions(path, fs::perms(0755), error);
   }
-  if (error) throw std::runtime_error(make_harmless(path.string()) + ": " + error.message());
+  if (error) refuse_file(path, error.message());
+}
+
+/// The paths of the files "PREFIX*.json" of a directory; none if it cannot be read.
+std::vector<fs::path> list_scan_files(const fs::path& directory, std::string_view prefix) {
+  std::vector<fs::path> paths;
+  std::error_code error;
+  for (const auto& entry : fs::directory_iterator(directory, error)) {
+    const auto name = entry.path().filename().string();
+    if (name.starts_with(prefix) && name.ends_with(".json") && entry.is_regular_file(error)) {
+      paths.push_back(entry.path().lexically_normal());
+    }
+  }
+  std::ranges::sort(paths);
+  return paths;
 }
 
 }  // namespace
@@ -77,7 +90,7 @@ Settings Store::settings() const {
   const auto text = read_file(path, most_bytes);
   if (!text) {
     if (errno == ENOENT || errno == ENOTDIR) return {};
-    throw std::runtime_error(make_harmless(path.string()) + ": " + std::strerror(errno));
+    refuse_file(path, std::strerror(errno));
   }
   try {
     return to_settings(json::parse(*text));
@@ -89,11 +102,9 @@ Settings Store::settings() const {
 
 void Store::update(const std::function<void(Settings&)>& change) const {
   make_directory(directory_);
-  const int lock = ::open(directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   // Without the lock, on a file system that has none, the last one to write is right.
-  if (lock >= 0) (void)::flock(lock, LOCK_EX);
-  const std::unique_ptr<const int, void (*)(const int*)> closed(
-      &lock, [](const int* descriptor) { (void)::close(*descriptor); });
+  const Input_file lock(std::fopen(directory_.c_str(), "re"));
+  if (lock) (void)::flock(::fileno(lock.get()), LOCK_EX);
   auto settings = this->settings();
   change(settings);
   save(settings);
