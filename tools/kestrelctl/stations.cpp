@@ -86,6 +86,47 @@ std::vector<Station> take_stations(Map& map) {
   return stations;
 }
 
+/// How close a name is to the wanted one, both folded.
+enum Closeness { no, has_words, contains, begins, equals };
+Closeness closeness_to(const std::string& wanted, const std::string& name) {
+  if (name == wanted) return equals;
+  if (name.starts_with(wanted)) return begins;
+  if (name.find(wanted) != std::string::npos) return contains;
+  std::istringstream words(wanted);
+  std::string word;
+  while (words >> word) {
+    if (name.find(word) == std::string::npos) return no;
+  }
+  return has_words;
+}
+
+/// The fewest characters to put in, leave out or exchange in `typed` for a part of `name`.
+std::size_t distance_to_part(std::u32string_view name, std::u32string_view typed) {
+  std::vector<std::size_t> row(name.size() + 1);  // a part begins anywhere
+  for (std::size_t i = 0; i < typed.size(); ++i) {
+    auto diagonal = std::exchange(row[0], i + 1);
+    for (std::size_t j = 0; j < name.size(); ++j) {
+      const auto exchanged = diagonal + (typed[i] == name[j] ? 0 : 1);
+      diagonal = row[j + 1];
+      row[j + 1] = std::min({exchanged, diagonal + 1, row[j] + 1});
+    }
+  }
+  return std::ranges::min(row);
+}
+
+using Sort_value = std::pair<std::int64_t, std::string_view>;
+struct Sort_key {
+  std::string_view name;
+  Sort_value (*value)(const Station&);
+};
+constexpr std::array keys{
+    Sort_key{"name", [](const Station&) { return Sort_value(); }},
+    Sort_key{"block", [](const Station& s) { return Sort_value(s.khz, ""); }},
+    Sort_key{"signal", [](const Station& s) { return Sort_value(-s.rssi_dbuv, ""); }},
+    Sort_key{"kind", [](const Station& s) { return Sort_value(0, s.kind); }},
+    Sort_key{"type", [](const Station& s) { return Sort_value(0, s.programme_type); }},
+    Sort_key{"id", [](const Station& s) { return Sort_value(s.service_id, ""); }}};
+
 }  // namespace
 
 std::vector<Station> list_stations(std::span<const Scan> scans) {
@@ -121,15 +162,12 @@ Station_reference refer_to(const Station& station) {
 }
 
 bool operator==(const Station_reference& a, const Station_reference& b) {
-  const auto place = [](const Station_reference& station) {
-    return std::tie(station.is_fm, station.khz, station.service_id, station.component_id);
-  };
-  return place(a) == place(b);
+  return std::tie(a.is_fm, a.khz, a.service_id, a.component_id) ==
+         std::tie(b.is_fm, b.khz, b.service_id, b.component_id);
 }
 
 const Station* find_station(std::span<const Station> stations, const Station_reference& wanted) {
-  const auto found = std::ranges::find_if(
-      stations, [&wanted](const Station& station) { return refer_to(station) == wanted; });
+  const auto found = std::ranges::find(stations, wanted, refer_to);
   return found == stations.end() ? nullptr : &*found;
 }
 
@@ -138,24 +176,6 @@ std::string kestrel_command(const Station& s) {
   if (!s.obstacle().empty() || s.index == 0 || s.service_id == 0 || s.component_id == 0) return "";
   return fmt::format("sudo kestrel -f {} -e {} -c {} -p", s.index, s.service_id, s.component_id);
 }
-
-namespace {
-
-/// How close a name is to the wanted one, both folded.
-enum Closeness { no, has_words, contains, begins, equals };
-Closeness closeness_to(const std::string& wanted, const std::string& name) {
-  if (name == wanted) return equals;
-  if (name.starts_with(wanted)) return begins;
-  if (name.find(wanted) != std::string::npos) return contains;
-  std::istringstream words(wanted);
-  std::string word;
-  while (words >> word) {
-    if (name.find(word) == std::string::npos) return no;
-  }
-  return has_words;
-}
-
-}  // namespace
 
 std::vector<Station> find_stations(std::span<const Station> stations, std::string_view name,
                                    const Station_filter& filter) {
@@ -181,24 +201,6 @@ std::vector<Station> find_stations(std::span<const Station> stations, std::strin
   return take_stations(found);
 }
 
-namespace {
-
-/// The fewest characters to put in, leave out or exchange in `typed` for a part of `name`.
-std::size_t distance_to_part(std::u32string_view name, std::u32string_view typed) {
-  std::vector<std::size_t> row(name.size() + 1);  // a part begins anywhere
-  for (std::size_t i = 0; i < typed.size(); ++i) {
-    auto diagonal = std::exchange(row[0], i + 1);
-    for (std::size_t j = 0; j < name.size(); ++j) {
-      const auto exchanged = diagonal + (typed[i] == name[j] ? 0 : 1);
-      diagonal = row[j + 1];
-      row[j + 1] = std::min({exchanged, diagonal + 1, row[j] + 1});
-    }
-  }
-  return std::ranges::min(row);
-}
-
-}  // namespace
-
 std::vector<std::string> find_nearest(std::span<const std::string> names, std::string_view typed) {
   constexpr std::size_t longest = 64;
   constexpr std::size_t most = 3;
@@ -221,23 +223,6 @@ std::vector<std::string> nearest_names(std::span<const Station> stations, std::s
   for (const auto& station : stations) names.push_back(station.name);
   return find_nearest(names, typed);
 }
-
-namespace {
-
-using Sort_value = std::pair<std::int64_t, std::string_view>;
-struct Sort_key {
-  std::string_view name;
-  Sort_value (*value)(const Station&);
-};
-constexpr std::array keys{
-    Sort_key{"name", [](const Station&) { return Sort_value(); }},
-    Sort_key{"block", [](const Station& s) { return Sort_value(s.khz, ""); }},
-    Sort_key{"signal", [](const Station& s) { return Sort_value(-s.rssi_dbuv, ""); }},
-    Sort_key{"kind", [](const Station& s) { return Sort_value(0, s.kind); }},
-    Sort_key{"type", [](const Station& s) { return Sort_value(0, s.programme_type); }},
-    Sort_key{"id", [](const Station& s) { return Sort_value(s.service_id, ""); }}};
-
-}  // namespace
 
 std::vector<std::string> sort_keys() {
   std::vector<std::string> names;
