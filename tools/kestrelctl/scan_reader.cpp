@@ -108,12 +108,10 @@ int level(const json& object, std::string_view key) {
 }
 
 /// The bytes of a string, in whatever character set; none for another value.
-std::string string_bytes(const json& object, std::string_view key, bool is_mended,
-                         std::size_t most) {
+std::string string_bytes(const json& object, std::string_view key, std::size_t most) {
   const auto& value = member(object, key);
   if (!value.is_string()) return {};
-  auto bytes = value.get<std::string>();
-  if (is_mended) bytes = original_bytes(bytes);
+  const auto bytes = value.get<std::string>();
   const auto length = decode_utf8(bytes).size();
   if (length > most) refuse_more(fmt::format("a text of {} characters, more than", length), most);
   return bytes;
@@ -161,8 +159,8 @@ Component make_component(const json& component) {
           .is_scrambled = number(component, "CA_flag") != 0};
 }
 
-Service make_service(const json& service, bool is_mended) {
-  return {.name = decode_label(string_bytes(service, "Label", is_mended, longest_label),
+Service make_service(const json& service) {
+  return {.name = decode_label(string_bytes(service, "Label", longest_label),
                                number(service, "SICharset")),
           .id = number(service, "ServId", any_number),
           .is_data = number(service, "AudioOrDataFlag") != 0,
@@ -172,7 +170,7 @@ Service make_service(const json& service, bool is_mended) {
                                   "components in a service", make_component)};
 }
 
-Block make_block(const json& entry, bool is_mended) {
+Block make_block(const json& entry) {
   const auto& status = member(entry, "DigradStatus");
   const auto& list = member(member(entry, "DigitalServiceList"), "ServiceList");
   return {.index = number(entry, "EnsemleNo"),
@@ -183,15 +181,13 @@ Block make_block(const json& entry, bool is_mended) {
           .fic_quality = number(status, "FIC_quality"),
           .is_valid = number(status, "valid") != 0,
           .is_acquired = number(status, "acq") != 0,
-          .services = make_list(
-              list, most_services, "services in an entry",
-              [is_mended](const json& service) { return make_service(service, is_mended); })};
+          .services = make_list(list, most_services, "services in an entry", make_service)};
 }
 
 Fm_station make_fm_station(const json& station) {
   return {.khz = number(station, "frequency_khz", any_number),
           .pi = static_cast<std::uint16_t>(number(station, "PI", any_word)),
-          .ps = make_harmless(string_bytes(station, "PS", false, longest_label)),
+          .ps = make_harmless(string_bytes(station, "PS", longest_label)),
           .programme_type = number(station, "PTY"),
           .rssi_dbuv = level(station, "rssi"),
           .snr_db = level(station, "snr")};
@@ -225,17 +221,18 @@ Scan read_document(std::string_view text, bool is_mended) {
   std::string list;                             // the member of the document that is being read
   std::size_t bytes = 0;
   // Each entry is made into a record at its end, and dropped.
-  const auto take = [&](int depth, json::parse_event_t event, const json& value) {
+  const auto take = [&](int depth, json::parse_event_t event, json& value) {
     if (depth >= most_levels) refuse_more("more levels than", most_levels);
     constexpr std::size_t value_bytes = 64;
     bytes += value_bytes + (value.is_string() ? value.get_ref<const std::string&>().size() : 0);
     if (bytes > most_entry_bytes) throw Unreadable("has more in an entry than a scan can have");
+    if (is_mended && value.is_string()) value = original_bytes(value.get<std::string>());
     if (depth == 1 && event == json::parse_event_t::key) list = value.get<std::string>();
     if (depth != 2 || event != json::parse_event_t::object_end) return true;
     bytes = 0;
     if (list == "ensembleList") {
       if (scan.blocks.size() == most_entries) refuse_more("more entries than", most_entries);
-      scan.blocks.push_back(make_block(value, is_mended));
+      scan.blocks.push_back(make_block(value));
       if (const auto time = ensemble_time(member(value, "ensembleTime"))) times.push_back(*time);
     } else if (list == "fmStations") {
       if (scan.fm_stations.size() == most_fm_stations) {
@@ -259,13 +256,13 @@ Scan read_document(std::string_view text, bool is_mended) {
   }
   const auto& location = member(document, "Location");
   for (std::size_t i = 0; i < location_questions.size(); ++i) {
-    scan.location.at(i) = make_harmless(
-        string_bytes(location, location_questions.at(i).key, is_mended, longest_answer));
+    scan.location.at(i) =
+        make_harmless(string_bytes(location, location_questions.at(i).key, longest_answer));
   }
   // A single ensemble's clock may be wrong.
   std::ranges::sort(times);
   if (!times.empty()) scan.time = times[times.size() / 2];
-  if (scan.is_fm) scan.time = parse_utc(string_bytes(document, "time", false, longest_answer));
+  if (scan.is_fm) scan.time = parse_utc(string_bytes(document, "time", longest_answer));
   return scan;
 }
 
