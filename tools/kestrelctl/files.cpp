@@ -31,14 +31,6 @@ bool write_all(int descriptor, std::string_view text) {
   return fsync(descriptor) == 0;
 }
 
-/// A rename is on the disk when its directory is. Not every file system can be asked for that.
-void flush_directory(const fs::path& directory) {
-  const int descriptor = open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  if (descriptor < 0) return;
-  (void)fsync(descriptor);
-  (void)close(descriptor);
-}
-
 }  // namespace
 
 void refuse_file(const fs::path& path, std::string_view why) {
@@ -76,7 +68,9 @@ bool write_file_atomically(const fs::path& path, std::string_view text, If_prese
     reason = errno;
   }
   if (reason == 0) {
-    flush_directory(directory);
+    // A rename is on the disk when its directory is. Not every file system can be asked for that.
+    const Input_file opened(std::fopen(directory.c_str(), "re"));
+    if (opened) (void)fsync(fileno(opened.get()));
     return true;
   }
   (void)unlink(beside.c_str());
