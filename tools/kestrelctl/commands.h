@@ -15,8 +15,6 @@
 
 namespace kestrelctl {
 
-using Paths = std::vector<std::filesystem::path>;
-
 // -- At the board, as root ---------------------------------------------------
 
 struct Scan_options {
@@ -88,17 +86,13 @@ struct Stations_options {
 };
 int list_stations_command(const Store& store, const Stations_options& options);
 
-struct Report_options {
+/// Of what is made of scans.
+struct Output_options {
   Paths files;
-  std::string output = "report.html";  ///< "-": standard output
+  std::string output = "-";  ///< "-": standard output
 };
-int report_command(const Store& store, const Report_options& options);
-
-struct Frequencies_options {
-  Paths files;
-  std::string output = "-";
-};
-int frequencies_command(const Store& store, const Frequencies_options& options);
+int report_command(const Store& store, const Output_options& options);
+int frequencies_command(const Store& store, const Output_options& options);
 /// A frequency list file, as kestrel -y takes it: one frequency in kHz per line, 1 to 48 of them.
 /// Throws Failure.
 std::vector<std::uint32_t> read_frequency_list(const std::filesystem::path& path);

@@ -45,7 +45,7 @@ std::vector<std::uint32_t> read_frequency_list(const std::filesystem::path& path
   return list;
 }
 
-int frequencies_command(const Store& store, const Frequencies_options& options) {
+int frequencies_command(const Store& store, const Output_options& options) {
   std::map<std::uint32_t, bool> has_stations;
   std::uint32_t silent_khz = 0;
   auto scans = read_scans_or_store(options.files, store);

@@ -236,13 +236,14 @@ void add_file_commands(CLI::App& app, Action& action) {
   stations->add_flag("--json", choice->is_json, "as JSON")
       ->excludes(stations->add_flag("--csv", choice->is_csv, "as CSV"));
 
-  auto [report, page] = add<Report_options>(app, action, "report",
+  auto [report, page] = add<Output_options>(app, action, "report",
                                             "Write scans as a page for a browser", report_command);
+  page->output = "report.html";
   add_scan_files(*report, page->files);
   add_option(*report, "--output,-o", "FILE", page->output,
              "the page, report.html if not given; - prints it");
 
-  auto [frequencies, list] = add<Frequencies_options>(
+  auto [frequencies, list] = add<Output_options>(
       app, action, "frequencies", "Write a list for kestrel -y of the blocks with a signal",
       frequencies_command);
   add_scan_files(*frequencies, list->files);

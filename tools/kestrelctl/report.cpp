@@ -81,7 +81,7 @@ Json describe(const Scan& scan) {
 
 }  // namespace
 
-int report_command(const Store& store, const Report_options& options) {
+int report_command(const Store& store, const Output_options& options) {
   auto scans = read_scans_or_store(options.files, store);
   std::erase_if(scans, [](const Scan& scan) { return scan.is_fm; });
   if (scans.empty()) throw std::runtime_error("there is no DAB scan to report");

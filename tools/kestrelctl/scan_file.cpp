@@ -100,7 +100,7 @@ Scan read_scan_file(const fs::path& path) {
   }
 }
 
-std::vector<Scan> read_scans(const std::vector<fs::path>& paths) {
+std::vector<Scan> read_scans(const Paths& paths) {
   std::vector<Scan> scans;
   for (const auto& path : paths) {
     try {

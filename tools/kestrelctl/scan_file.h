@@ -16,6 +16,8 @@
 
 namespace kestrelctl {
 
+using Paths = std::vector<std::filesystem::path>;
+
 /// A file that cannot be read as a scan; the message says where and why, in one line.
 class Unreadable : public std::runtime_error {
  public:
@@ -103,7 +105,7 @@ Scan read_scan_text(std::string_view text);
 Scan read_scan_file(const std::filesystem::path& path);
 /// The scans of these files, the oldest first. Of several, one that is unreadable is named on
 /// standard error and passed over. Throws Unreadable if none is left.
-std::vector<Scan> read_scans(const std::vector<std::filesystem::path>& paths);
+std::vector<Scan> read_scans(const Paths& paths);
 
 /// The document of an FM scan, which read_scan_text() reads.
 std::string write_fm_scan(const std::vector<Fm_station>& stations, std::chrono::sys_seconds time);

@@ -69,8 +69,8 @@ void make_directory(const fs::path& path) {
 }
 
 /// The paths of the files "PREFIX*.json" of a directory; none if it cannot be read.
-std::vector<fs::path> list_scan_files(const fs::path& directory, std::string_view prefix) {
-  std::vector<fs::path> paths;
+Paths list_scan_files(const fs::path& directory, std::string_view prefix) {
+  Paths paths;
   std::error_code error;
   for (const auto& entry : fs::directory_iterator(directory, error)) {
     const auto name = entry.path().filename().string();
@@ -182,7 +182,7 @@ std::vector<std::uint32_t> Store::scanned_frequencies() const {
   return list;
 }
 
-std::vector<Scan> read_scans_or_store(const std::vector<fs::path>& paths, const Store& store) {
+std::vector<Scan> read_scans_or_store(const Paths& paths, const Store& store) {
   if (!paths.empty()) return read_scans(paths);
   if (auto scans = store.scans(); !scans.empty()) return scans;
   const auto here = list_scan_files(".", dab_prefix);

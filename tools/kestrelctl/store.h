@@ -72,7 +72,6 @@ class Store {
 /// The scans of these files; without any those of the store, and if it has none the newest
 /// ensemblescan_*.json of the current directory. The oldest comes first. Throws Unreadable if there
 /// is none.
-std::vector<Scan> read_scans_or_store(const std::vector<std::filesystem::path>& paths,
-                                      const Store& store);
+std::vector<Scan> read_scans_or_store(const Paths& paths, const Store& store);
 
 }  // namespace kestrelctl
