@@ -111,7 +111,7 @@ int level(const json& object, std::string_view key) {
 std::string string_bytes(const json& object, std::string_view key, std::size_t most) {
   const auto& value = member(object, key);
   if (!value.is_string()) return {};
-  const auto bytes = value.get<std::string>();
+  auto bytes = value.get<std::string>();
   const auto length = decode_utf8(bytes).size();
   if (length > most) refuse_more(fmt::format("a text of {} characters, more than", length), most);
   return bytes;
@@ -214,11 +214,28 @@ void check_strings(std::string_view text) {
   }
 }
 
+using Times = std::vector<std::chrono::sys_seconds>;
+
+/// Makes an entry of `list`, a member of the document, into a record of `scan`; `times` are those
+/// that the ensembles transmit.
+void add_entry(Scan& scan, Times& times, std::string_view list, const json& entry) {
+  if (list == "ensembleList") {
+    if (scan.blocks.size() == most_entries) refuse_more("more entries than", most_entries);
+    scan.blocks.push_back(make_block(entry));
+    if (const auto time = ensemble_time(member(entry, "ensembleTime"))) times.push_back(*time);
+  } else if (list == "fmStations") {
+    if (scan.fm_stations.size() == most_fm_stations) {
+      refuse_more("more FM stations than", most_fm_stations);
+    }
+    scan.fm_stations.push_back(make_fm_station(entry));
+  }
+}
+
 Scan read_document(std::string_view text, bool is_mended) {
   check_strings(text);
   Scan scan;
-  std::vector<std::chrono::sys_seconds> times;  // that the ensembles transmit
-  std::string list;                             // the member of the document that is being read
+  Times times;
+  std::string list;  // the member of the document that is being read
   std::size_t bytes = 0;
   // Each entry is made into a record at its end, and dropped.
   const auto take = [&](int depth, json::parse_event_t event, json& value) {
@@ -230,16 +247,7 @@ Scan read_document(std::string_view text, bool is_mended) {
     if (depth == 1 && event == json::parse_event_t::key) list = value.get<std::string>();
     if (depth != 2 || event != json::parse_event_t::object_end) return true;
     bytes = 0;
-    if (list == "ensembleList") {
-      if (scan.blocks.size() == most_entries) refuse_more("more entries than", most_entries);
-      scan.blocks.push_back(make_block(value));
-      if (const auto time = ensemble_time(member(value, "ensembleTime"))) times.push_back(*time);
-    } else if (list == "fmStations") {
-      if (scan.fm_stations.size() == most_fm_stations) {
-        refuse_more("more FM stations than", most_fm_stations);
-      }
-      scan.fm_stations.push_back(make_fm_station(value));
-    }
+    add_entry(scan, times, list, value);
     return false;
   };
   json document;
