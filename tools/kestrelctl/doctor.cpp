@@ -152,7 +152,7 @@ struct System {
   std::optional<std::string> model_name;  ///< printable; nothing if it cannot be read
   const Model* model = nullptr;           ///< null: not known
   Boot_config config;
-  bool has_failure = false;  ///< of a check before
+  Severity worst = ok;  ///< of the checks before
 
   [[nodiscard]] bool has_device(std::string_view path) const {
     std::error_code error;
@@ -232,7 +232,7 @@ Finding check_root(const System& /*system*/) {
 }
 
 Finding check_receiver(const System& system) {
-  if (system.has_failure) return {warning, "not asked after a failure", "cure that first"};
+  if (system.worst == failure) return {warning, "not asked after a failure", "cure that first"};
   if (::geteuid() != 0) return {warning, "only root can ask it", "use sudo"};
   try {
     return {ok, make_harmless(system.ask_receiver())};
@@ -294,19 +294,17 @@ int run_doctor(const std::filesystem::path& root, const Ask_receiver& ask_receiv
   if (model_name) model_name = make_harmless(trim(*model_name));
   const auto* const model = find_model(model_name.value_or(""));
   System system{root, ask_receiver, model_name, model, read_boot_config(root, model)};
-  auto worst = ok;
   for (const auto& [subject, run] : checks) {
     const auto [severity, fact, cure] = run(system);
     constexpr std::array words{"ok", "warning", "failure"};
     out << fmt::format("{:<9}{}: {}{}{}\n", words.at(severity), subject, fact,
                        cure.empty() ? "" : ": ", cure);
-    worst = std::max(worst, severity);
-    system.has_failure = worst == failure;
+    system.worst = std::max(system.worst, severity);
   }
   constexpr std::array sums{"All is well.\n", "The radio should work.\n",
                             "The radio will not work.\n"};
-  out << sums.at(worst);
-  return worst;
+  out << sums.at(system.worst);
+  return system.worst;
 }
 
 }  // namespace kestrelctl
