@@ -15,7 +15,6 @@
 #include "kestrelctl/files.h"
 #include "kestrelctl/receiver.h"
 #include "kestrelctl/text.h"
-#include "si468x/dab_tuning.h"
 
 namespace kestrelctl {
 
@@ -37,8 +36,8 @@ std::vector<std::uint32_t> read_frequency_list(const std::filesystem::path& path
       throw Failure(fmt::format("{}: line {} is not a frequency in kHz", name, list.size() + 1));
     }
     list.push_back(khz);
-    if (list.size() > dab_freq_list_limit) {
-      throw Failure(fmt::format("{} has more than {} frequencies", name, dab_freq_list_limit));
+    if (list.size() > longest_frequency_list) {
+      throw Failure(fmt::format("{} has more than {} frequencies", name, longest_frequency_list));
     }
   }
   if (list.empty()) throw Failure(name + " is empty");
@@ -69,10 +68,10 @@ int frequencies_command(const Store& store, const Output_options& options) {
   if (has_filler) {
     frequencies.insert(frequencies.begin(), silent_khz == 0 ? frequencies.front() : silent_khz);
   }
-  if (frequencies.size() > dab_freq_list_limit) {
+  if (frequencies.size() > longest_frequency_list) {
     throw std::runtime_error(
         fmt::format("these are {} frequencies, and a frequency list holds {}: name fewer files",
-                    frequencies.size(), dab_freq_list_limit));
+                    frequencies.size(), longest_frequency_list));
   }
   write_output(options.output, fmt::format("{}\n", fmt::join(frequencies, "\n")), scans);
   std::cerr << fmt::format("kestrelctl: {} with a signal", has_stations.size())

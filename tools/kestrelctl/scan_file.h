@@ -45,6 +45,9 @@ struct Service {
   [[nodiscard]] std::string_view kind() const;
 };
 
+/// What the receiver's frequency list holds, and so a scan.
+inline constexpr std::size_t longest_frequency_list = 48;
+
 /// One entry of the frequency list.
 struct Block {
   unsigned index = 0;

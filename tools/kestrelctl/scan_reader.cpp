@@ -20,7 +20,7 @@ namespace {
 
 using nlohmann::json;
 
-constexpr std::size_t most_entries = 48, most_services = 255, most_components = 15;
+constexpr std::size_t most_services = 255, most_components = 15;
 constexpr std::size_t most_fm_stations = 256;
 constexpr std::size_t longest_label = 16, longest_answer = 400;  // characters
 constexpr std::size_t longest_string = 65536;                    // bytes, of any
@@ -220,7 +220,8 @@ using Times = std::vector<std::chrono::sys_seconds>;
 /// that the ensembles transmit.
 void add_entry(Scan& scan, Times& times, std::string_view list, const json& entry) {
   if (list == "ensembleList") {
-    if (scan.blocks.size() == most_entries) refuse_more("more entries than", most_entries);
+    if (scan.blocks.size() == longest_frequency_list)
+      refuse_more("more entries than", longest_frequency_list);
     scan.blocks.push_back(make_block(entry));
     if (const auto time = ensemble_time(member(entry, "ensembleTime"))) times.push_back(*time);
   } else if (list == "fmStations") {

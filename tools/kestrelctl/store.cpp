@@ -15,7 +15,6 @@
 
 #include "kestrelctl/files.h"
 #include "kestrelctl/text.h"
-#include "si468x/dab_tuning.h"
 #include "si468x/input_file.h"
 
 namespace kestrelctl {
@@ -176,7 +175,7 @@ std::vector<std::uint32_t> Store::scanned_frequencies() const {
   for (std::size_t i = scans.size(); i-- > 0;) {
     for (const auto& block : scans[i].blocks) {
       const bool is_new = block.khz != 0 && std::ranges::find(list, block.khz) == list.end();
-      if (is_new && list.size() < dab_freq_list_limit) list.push_back(block.khz);
+      if (is_new && list.size() < longest_frequency_list) list.push_back(block.khz);
     }
   }
   return list;
