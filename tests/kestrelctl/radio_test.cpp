@@ -131,13 +131,6 @@ TEST_F(Radio_test, TakesTheScansFrequenciesOnlyIfTheReceiverLacksThem) {
   EXPECT_EQ(last_command(set_freq_list)[1], 41);
 }
 
-TEST_F(Radio_test, ScansAListOfFrequencies) {
-  write("list", "174928\r\n227360\n");
-  const auto output =
-      printed([this] { scan_command(store_, {.list = path("list"), .location = {}}); });
-  EXPECT_NE(output.find("12 stations on 2 frequencies"), std::string::npos) << output;
-}
-
 TEST_F(Radio_test, RemembersWhatWasSetAndPlaysWithoutRemembering) {
   (void)printed([this] { scan_command(store_, {.is_fm = true, .list = {}, .location = {}}); });
   Radio radio(store_);
