@@ -76,29 +76,35 @@ TEST_F(Bus, PiecesUnderOneChipSelectAreOneFrameInPlace) {
 /// A chip beside which the kernel's driver takes the controller at the tenth byte of a frame.
 class Beside_the_kernel final : public sim::Spi_device {
  public:
-  void select() override { bytes_ = 0; }
+  void select() override {}
   std::uint8_t exchange(std::uint8_t /*mosi*/) override {
     if (++bytes_ == 10) bcm2835_peri_set_bits(bcm2835_spi0, 0, 0x80);
-    return 0xA5;
+    return bytes_;
   }
   void deselect() override {}
   void reset_line(bool /*high*/) override {}
 
  private:
-  int bytes_ = 0;
+  std::uint8_t bytes_ = 0;
 };
 
 TEST_F(Bus, FrameThatTheKernelEndsIsGivenUp) {
   start();
   Beside_the_kernel chip;
   sim::attach(chip);
-  Bytes bytes(300, 0x11);
+  Bytes bytes(300, 0x11), next(1);
   Si468x_SPI_CS_low();
   EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 300), 0);
-  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 300), 0);
   Si468x_SPI_CS_high();
-  EXPECT_EQ(bytes.back(), 0x11);
-  EXPECT_EQ(sim::wire_bytes(), 10U);
+  Si468x_SPI_CS_low();  // what is left in the FIFOs is not of the next frame
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(next.data(), 1), 0);
+  Si468x_SPI_CS_high();
+  EXPECT_EQ(next, Bytes{11});
+  for (const auto bytes_wanted : {std::uint16_t{0}, std::uint16_t{300}}) {  // no chip select
+    EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), bytes_wanted), 0);
+  }
+  EXPECT_EQ(bytes, Bytes(300, 0x11));
+  EXPECT_EQ(sim::wire_bytes(), 11U);
   sim::power_off();
 }
 
