@@ -88,11 +88,15 @@ TEST_F(Records, ChipInfoIsReadInFourSteps) {
   std::istringstream names(
       "Bootloader|FMHD|DAB|TDMB or data only DAB|FMHD Demod|AMHD|AMHD Demod|"
       "DAB Demod|unknown");
+  // What bits 0 to 7 of the revision's flags show: each alone, then none.
+  const char* const flags[]{"0|0|1", "0|1", "", "", "0|0|0|1", "0|0|0|2", "", "1", ""};
   std::string name;
   for (std::uint8_t i = 0; std::getline(names, name, '|'); ++i) {
-    start().by_default(reply({i}));
-    EXPECT_NE(printed(print_chip_info).find("CMD:    " + name + "\nRevision number:"),
-              std::string::npos);
+    start().by_default(reply({i, 0, 0, std::uint8_t(1U << i)}));
+    const auto n = std::to_string(i);
+    EXPECT_EQ(printed(print_chip_info),
+              report(layouts.at(print_chip_info), "1|0|0|0|0|0|3|0|0|0|0|0|" + n + "|0|0|" + name +
+                                                      '|' + n + ".0.0|" + flags[i]));
   }
 }
 
