@@ -124,6 +124,20 @@ TEST_F(Boot, ResultsTellRefusalFromWrongState) {
   EXPECT_EQ(happened(), Lines{"frame 05 00 00 00 78 56 34 12 00 00 00 00"});
 }
 
+/// A chip whose first frame cuts off the end of the file that it is loaded from.
+class Shrinking_chip final : public sim::Spi_device {
+ public:
+  explicit Shrinking_chip(const char* path) : path_(path) {}
+  void select() override { at_ = 0, std::filesystem::resize_file(path_, 4092); }
+  std::uint8_t exchange(std::uint8_t /*mosi*/) override { return ready[at_++ % ready.size()]; }
+  void deselect() override {}
+  void reset_line(bool /*high*/) override {}
+
+ private:
+  const char* path_;
+  std::size_t at_ = 0;
+};
+
 TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
   Bytes image(8185);
   for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<std::uint8_t>(i / 7);
@@ -147,6 +161,9 @@ TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
       EXPECT_EQ(loaded(), Bytes(image.begin(), image.begin() + size));
     }
   }
+  Shrinking_chip chip(path.c_str());
+  sim::attach(chip);
+  EXPECT_EQ(with_code(Si468x_load_firmware(path.data())), std::pair(-6, 1107U));
   std::fclose(file);
   path = "no such file";
   play(loader, [&] { return Si468x_load_firmware(path.data()); },
