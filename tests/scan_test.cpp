@@ -7,6 +7,7 @@
 #include <tuple>
 
 #include "cli/frequency_list_file.h"
+#include "cli/run.h"
 #include "directory.h"
 #include "scan/ensemble_list.h"
 #include "support.h"
@@ -50,6 +51,11 @@ TEST_F(Scan, TimeIsShownAsItIsSent) {
       {{.what = "date", .text = "2017-3-5T9:7:0Z\n"},
        {.what = "not checked", .after = 2, .then = ones, .text = "65535-255-255T255:255:255Z\n"},
        {.after = 2, .then = frame(0x80, 0xC2, Bytes(7, 1)), .code = 35, .text = "0-0-0T0:0:0Z\n"}});
+  play(date,
+       [time = Si468x_time()]() mutable {
+         return time.get_ensembletime(), time.clean(), time.print_data();
+       },
+       {{.what = "cleaned", .text = "0-0-0T0:0:0Z\n"}});
   play(date, print_ensembletime_json, {{.what = "date", .text = json}});
   EXPECT_EQ(happened(), (Lines{"frame bc 01", "read 7", "read 12"}));
 }
@@ -64,7 +70,7 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
   using List = std::vector<unsigned>;
   // What is in the file, what is sent, and what is said when nothing is.
   std::vector<std::tuple<std::string, List, std::string>> cases{
-      {"174928\n176640\n", {174'928, 176'640}, ""},
+      {"174928\n0176640\n", {174'928, 176'640}, ""},
       {" \t+174928 kHz\r\n176640\r\n10000x\n1000000", {174'928, 176'640, 10'000, 1'000'000}, ""},
       {"", {}, ""},
       {"174928 890123456789\n174928 890123456789", {174'928, 174'928}, ""},  // 19 characters
@@ -100,6 +106,13 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
     play(ready, load_list, {{.result = error.empty() ? 0 : -1, .text = said + error}});
     EXPECT_EQ(sim::commands(), std::vector<Bytes>(error.empty() ? 1 : 0, sent));
   }
+  write("list", good);
+  Marking_chip chip(chip_);
+  start().by_default(ready);
+  sim::attach(chip);
+  EXPECT_EQ(printed(load_list),
+            "Added frequency to frequency list: 174928\n|Sent new frequency "
+            "list to the Si468x.\n");
   for (const auto* missing : {"missing", ".", "list/list", ""}) {
     play(ready, [&] { return load(missing); },
          {{.what = missing, .result = -1, .text = "Frequency file does not exist\n"}});
@@ -164,6 +177,16 @@ TEST_F(Scan, DocumentIsWrittenToTheByteAndBuffersAreReused) {
   printed_with("", scan);
   EXPECT_EQ(ensembles.service_list[1].ServiceEntries, buffer);
   EXPECT_NE(ensembles.service_list[0].ServiceEntries, nullptr);
+  EXPECT_EQ(ensembles.file_name, "ensemblescan__.json");
+}
+
+TEST_F(Scan, ComesAfterTheReportsAndBeforeTheShutdown) {
+  if (geteuid() != 0) GTEST_SKIP() << "a run needs root";
+  sim::power_on({});
+  sim::set_booted(false);  // the FM firmware has no frequency list
+  printed_with("", [] { return with_arguments("-k -u -r", run); });
+  EXPECT_EQ(commands().back(), "b9 00");
+  EXPECT_EQ(happened().back(), "close");
 }
 
 TEST_F(Scan, AnswersAreTakenAsTheyAreTyped) {
@@ -188,13 +211,17 @@ TEST_F(Scan, AnswersAreTakenAsTheyAreTyped) {
 }
 
 TEST_F(Scan, VisitsNoMoreThanItsSlotsAndShowsEachAtOnce) {
-  start().by_default(frame(0x81, 0xC0, {0xFF, 0x00, 0xFF}));  // 255 frequencies, no ensemble
+  start().by_default(frame(0x81, 0xC0, {0xFF, 0x01, 0xFF, 0, 30}));  // 255 frequencies, all used
   Marking_chip chip(chip_);
   sim::attach(chip);
   std::string expected;
-  for (int i = 0; i < 48; ++i) expected.append("|").append(progress(0, 255));
+  for (unsigned i = 0; i < 48; ++i) {
+    expected += '|' + progress(i == 0 ? 30 : 0, 255) + "||Found ensemble!\n";
+  }
   EXPECT_EQ(printed_with("", dab_full_scan), expected + questions);
-  EXPECT_EQ(nlohmann::json::parse(content("ensemblescan__.json"))["ensembleList"].size(), 48U);
+  const auto text = content("ensemblescan__.json");
+  EXPECT_NE(text.find("\"EnsemleNo\": 47,"), std::string::npos);
+  EXPECT_EQ(text.find("\"EnsemleNo\": 48,"), std::string::npos);
   sim::power_off();
 }
 

@@ -72,7 +72,12 @@ TEST_F(Service_list, EveryFieldIsWrittenToTheByte) {
   Ensemble_list ensembles;
   start().by_default(sized(list, list.size()));
   EXPECT_EQ(record.get_new_list(array.data()), 0);
+  EXPECT_EQ(record.ServiceEntriesSize, list.size() - 6);
   EXPECT_EQ(ensembles.add_ensemble(47, record, status, time), 0);
+  record.clean();
+  EXPECT_EQ(std::tuple(record.ServiceListVersion, record.NumberServices, record.ServiceEntriesSize,
+                       record.ServiceEntries),
+            std::tuple(0, 0, 0, nullptr));
   std::fill(array.begin(), array.end(), std::uint8_t{0});
   std::stringstream out;
   EXPECT_EQ(ensembles.service_list[47].json_print_data(out), 0);
@@ -191,6 +196,7 @@ TEST_F(Service_list, SizeIsBoundedBeforeTheListIsRead) {
   play(sized(Bytes(4096, 0), 4089), print_digital_service_list,
        {{.what = "longest", .text = empty}});
   EXPECT_EQ(happened().back(), "read 4096");
+  play(sized({}, 6), print_digital_service_list, {{.what = "shortest", .text = empty}});
   play(sized(Bytes(99, 1), 99), print_digital_service_list,
        {{.what = "size with an error", .after = 2, .then = arbiter, .code = 26, .text = empty},
         {.what = "too long", .after = 2, .then = reply({0xFA, 0x0F}), .code = 126, .text = empty},

@@ -118,14 +118,14 @@ inline Lines happened() {
 }
 
 /// A scripted chip that leaves marks on standard output: "|" among what was printed when it is
-/// reset, and past all buffers when it is to tune, so that what had not come out yet comes after
-/// it.
+/// reset, and past all buffers when it is to tune, to give its service list or to take frequencies,
+/// so that what had not come out yet comes after it.
 class Marking_chip final : public sim::Spi_device {
  public:
   explicit Marking_chip(std::optional<sim::Scripted_device>& chip) : chip_(chip) {}
   void select() override { chip_->select(), is_first_ = true; }
   std::uint8_t exchange(std::uint8_t mosi) override {
-    if (std::exchange(is_first_, false) && mosi == 0xB0) {
+    if (std::exchange(is_first_, false) && (mosi == 0xB0 || mosi == 0x80 || mosi == 0xB8)) {
       EXPECT_EQ(write(STDOUT_FILENO, "|", 1), 1);
     }
     return chip_->exchange(mosi);
