@@ -36,6 +36,8 @@ TEST_F(Protocol, CommandIsSentWaitedForAndItsReplyRead) {
   play(ready, send, {{.what = "with a reply", .after = 2, .then = reply({1, 2, 3, 4})}});
   EXPECT_EQ(into, reply({1, 2, 3, 4}));
   EXPECT_EQ(happened(), (Lines{"frame b2 07", "read 7", "read 9"}));
+  reply_len = 3;  // what comes after it in the array is no status
+  play(ready, send, {{.what = "with a short reply"}});
   const auto send_without_buffer = [&] { return Si468x_send_cmd(command.data(), nullptr, 2, 7); };
   play(ready, send_without_buffer, {{.what = "no buffer", .result = -6, .code = 360}});
   EXPECT_EQ(happened().size(), 2U);
