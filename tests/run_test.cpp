@@ -57,6 +57,9 @@ TEST_F(Whole_run, PlaysOnAndIsFoundByTheNextRun) {
                            "\nTune index:                                 33\n", "Seegrund Pop"}) {
     EXPECT_NE(out_.find(part), std::string::npos) << part << out_;
   }
+  std::filesystem::remove(path("board/dev/spidev0.0"));
+  run("-i");
+  EXPECT_TRUE(behind_notice(out_).starts_with("Error initializing SPI bus.")) << out_;
 }
 
 TEST_F(Whole_run, KilledAtAnyMomentLeavesABoardForTheNextRun) {
