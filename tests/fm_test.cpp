@@ -57,7 +57,7 @@ TEST_F(Fm, TunesAndSeeksWaitForComplete) {
        {.after = 2, .times = 100, .then = ready, .code = 166, .wait_us = 10'500'000, .text = tuned},
        {.after = 2,
         .times = 100,
-        .then = refused,
+        .then = arbiter,
         .result = -1,
         .code = 166,
         .wait_us = never,
