@@ -29,8 +29,10 @@ TEST_F(Bus, SetupStopsAtTheFirstFailureAndNeverMovesTheResetLine) {
     SCOPED_TRACE(steps);
     sim::power_on(settings);
     Si468x_ErrorCode = 0;
+    bcm2835_peripherals_base = 0;
     EXPECT_EQ(with_code(Si468x_SPI_setup()), std::pair(steps == 10 ? 0 : -1, 0U));
     EXPECT_EQ(sim::event_texts(), Lines(setup.begin(), setup.begin() + steps));
+    EXPECT_EQ(bcm2835_peripherals_base, 0xFE000000);
     EXPECT_EQ(with_code(Si468x_bus_init()), steps == 10 ? std::pair(0, 0U) : std::pair(-6, 1U));
   }
   EXPECT_EQ(with_code(Si468x_bus_enable()), std::pair(-6, 3U));
@@ -116,13 +118,15 @@ TEST(Discovery, AddressIsAnIntegerOrAPointer) {
 
 TEST_F(Bus, InterruptedDriverEndsEachOperationAtOnceAndSendsNothing) {
   start().by_default(frame(0x81, 0xC0, {1, 5, 0, 0, 99}));
-  Bytes bytes{1, 2, 3}, array(service_data_reply_bytes, 0x77);
+  Bytes bytes{1, 2, 3}, whole{1, 2}, array(service_data_reply_bytes, 0x77);
   Si468x_SPI_CS_low();
   EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 1), 0);
   Si468x_interrupt();
   EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data() + 1, 2), 0);
   Si468x_SPI_CS_high();
   EXPECT_EQ(bytes, (Bytes{0x5A, 0, 0}));
+  EXPECT_EQ(Si468x_SPI_RW_data(whole.data(), 2), 0);
+  EXPECT_EQ(whole, Bytes(2));
   EXPECT_EQ(happened(), Lines{"frame 01"});
   Si468x_DAB_digrad_status status;
   Si468x_digital_service_data packet;
@@ -148,6 +152,7 @@ TEST_F(Bus, PeripheralBlockIsFoundByTheModelDigit) {
   // What follows "Raspberry Pi" in the model; bytes in the ranges file; message, base, size.
   const std::tuple<std::string, std::size_t, std::string, std::uint32_t, std::uint32_t> cases[]{
       {"", 16, "", first, second},
+      {" ", 16, "", first, second},
       {" 0", 16, "", first, second},
       {" 3 Model B", 16, "", first, second},
       {" 4 Model B", 16, "", second, third},

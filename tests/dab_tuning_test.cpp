@@ -65,6 +65,7 @@ TEST_F(Dab_tuning, ListIsReadAsLongAsTheChipSays) {
     EXPECT_EQ(count, known);
     for (unsigned i = 0; i < 256; ++i) EXPECT_EQ(list[i], i < entries ? 0xA1B2C300 + i : canary);
     EXPECT_EQ(happened().back(), last_read);
+    EXPECT_TRUE(script.code == 19 || happened()[2] == "read 6");
     EXPECT_EQ(commands(), Lines(script.code == 19 ? 1 : 2, "b9 00"));
   }
 }
@@ -99,6 +100,8 @@ TEST_F(Dab_tuning, FrequencyCommandJudgesByAcquisitionAlone) {
          .result = -1,
          .wait_us = 2500 * ms,
          .text = "Could not tune to frequency\n\n"}});
+  play(refused, [] { return Si468x_DAB_tune_and_acquire(33); },
+       {{.what = "never", .result = -2, .code = 22, .wait_us = 2500 * ms}});
 }
 
 TEST_F(Dab_tuning, ScanJudgesSignalThenServiceList) {

@@ -35,13 +35,13 @@ constexpr const char* labels =
     "ID:|Payload bytes:|Segment number:|Number of segments:";
 
 TEST_F(Playback, PacketIsReadUnderOneChipSelectWithinItsArray) {
-  for (const std::size_t claimed : {0U, 3U, 4U, 4975U, 4976U, 65535U}) {
+  Si468x_digital_service_data data;
+  for (const std::size_t claimed : {3U, 4U, 4975U, 4976U, 65535U, 0U}) {
     SCOPED_TRACE(claimed);
     const auto taken = std::min<std::size_t>(claimed, 5000 - 25);
     start().answer({0xEE, 0xEE}).answer(busy).answer(packet(claimed, Bytes(65535, 0xA7)));
     Bytes into(5100, 0x77), expected = packet(claimed, Bytes(taken, 0xA7));
     expected.resize(5100, 0x77);
-    Si468x_digital_service_data data;
     EXPECT_EQ(data.get_new_data(into.data()), 0);
     EXPECT_TRUE(into == expected);
     EXPECT_EQ(data.payload, claimed == 0 ? nullptr : into.data() + 25);
@@ -54,7 +54,6 @@ TEST_F(Playback, PacketIsReadUnderOneChipSelectWithinItsArray) {
   Bytes into(5000), ones(5000, 0xFF);
   ones[5] = 0xFE;
   start().by_default(ones);  // errors in the status are not looked at
-  Si468x_digital_service_data data;
   EXPECT_EQ(data.get_new_data(into.data()), 0);
   EXPECT_EQ(data.overflow + data.data_ready + data.payload_source + data.dscty, 1 + 0 + 3 + 63);
 }

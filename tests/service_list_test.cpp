@@ -171,7 +171,7 @@ TEST_F(Service_list, HostileListIsReadOnlyAsFarAsItGoes) {
     EXPECT_EQ(record.json_print_data(out), 0);
     EXPECT_EQ(out.str(), text + "]\n}");
   }
-  Si468x_digital_service_list empty{772, 255, 0, nullptr};
+  Si468x_digital_service_list empty{772, 255, 99, nullptr};
   Si468x_service_data data;
   EXPECT_EQ(with_code(data.get_service(&empty, 254)), std::pair(-4, 127U));
 }
