@@ -42,7 +42,7 @@ TEST(Options, EachOptionSetsItsOwnFields) {
       {"-xX --rds_status", {.next = 1, .previous = 1, .rds_status = 1}},
       {"-rju", {.rds_status = 1, .format_json = 1, .full_scan = 1}},
       {"-f 033 -e 17333 -c 12", {.service = 17333, .component = 12, .frequency = 33}},
-      {"-f 300", {.frequency = 44}},
+      {"-f 511", {.frequency = 255}},
       {"-f 33 --frequency abc", {.frequency = 0}},
       {"-F 98500 --service=4294967295", {.fm_frequency = 98500, .service = last_service}},
       {"-o 1", {.i2s_given = 1, .i2s_out = 1}},
@@ -118,7 +118,7 @@ TEST_F(Run, DoesAndSaysWhatWasAskedFor) {
       {booted, "-l 9 -p -c 12", enabled + incomplete + "Setting volume to 9\n\n", "13 14 ",
        "read 7"},
       {booted, "-f 300 -k -l 5", enabled + untuned, "b0 b2 ", "delay_ms 200"},  // beyond the list
-      {booted, "-k -l 5 -f 40", enabled + untuned, "b0 b2 ", "delay_ms 200"},   // nobody there
+      {booted, "-F 9 -k -f 40", enabled + untuned, "b0 b2 ", "delay_ms 200"},   // nobody there
       {booted, "-t", enabled + "0-0-0T0:0:0Z\n", "bc ", "read 12"},             // untuned
       {booted, "-o 256 -y /dev/null", enabled + "Sent new frequency list to the Si468x.\n",
        "b8 13 14 13 14 13 14 ", "read 7"}};
@@ -128,6 +128,16 @@ TEST_F(Run, DoesAndSaysWhatWasAskedFor) {
     EXPECT_EQ(happened().back(), last) << line;
   }
   EXPECT_EQ(commands().at(3), "13 00 00 08 01 00");  // the low 8 bits of 256
+}
+
+TEST_F(Run, ShutsDownBeforeItSaysSo) {
+  Marking_chip chip(chip_);
+  start().by_default(ready);
+  sim::attach(chip);
+  Si468x_SPI_RSTB_high();
+  const auto output = printed([] { with_arguments("-k", run); });
+  EXPECT_EQ(behind_notice(output), "SPI bus enabled.\n\n|Si468x shut down\n\n");
+  sim::power_off();
 }
 
 TEST_F(Run, ActsInItsOwnOrder) {

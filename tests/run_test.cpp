@@ -90,9 +90,14 @@ TEST_F(Whole_run, KilledAtAnyMomentLeavesABoardForTheNextRun) {
 }
 
 TEST_F(Whole_run, GoesOnWithoutItsStandardStreams) {
+  run("-k");
+  std::ofstream(path("board/proc/device-tree/model")) << "Raspberry Pi Zero";  // which it warns of
   for (const auto* streams : {">&-", ">/dev/full", "<&-", "2>&-", "<&- >&- 2>&-"}) {
     run("-b D -i -d", "timeout 20", streams);
     EXPECT_EQ(status_, 0) << streams;
+    const auto trace = content("trace");  // the first file that it opens
+    EXPECT_EQ(trace.find("Starting"), std::string::npos) << streams;
+    EXPECT_EQ(trace.find("Guessing"), std::string::npos) << streams;
     run("-i");
     EXPECT_NE(out_.find("Powerup state:                              3\n"), std::string::npos);
     // What would have been printed must not get into the file, nor the file into what is printed.
@@ -106,7 +111,7 @@ TEST_F(Whole_run, GoesOnWithoutItsStandardStreams) {
 }
 
 TEST_F(Whole_run, OfAnotherUserStopsBeforeTheBus) {
-  run("-b D", "setpriv --reuid 65534 --regid 65534 --clear-groups");
+  run("-b D", "setpriv --euid 65534 --regid 65534 --clear-groups");
   EXPECT_EQ(status_, 0);
   EXPECT_EQ(behind_notice(out_), "Must be called as root. Did you forget sudo?\n");
   EXPECT_EQ(err_, "");

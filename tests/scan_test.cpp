@@ -222,7 +222,18 @@ TEST_F(Scan, VisitsNoMoreThanItsSlotsAndShowsEachAtOnce) {
   const auto text = content("ensemblescan__.json");
   EXPECT_NE(text.find("\"EnsemleNo\": 47,"), std::string::npos);
   EXPECT_EQ(text.find("\"EnsemleNo\": 48,"), std::string::npos);
+  const auto sent = commands();
+  EXPECT_EQ(Lines(sent.end() - 3, sent.end()), (Lines{"80 00", "80 00", "bc 01"}));
   sim::power_off();
+  // An entry has a list if that has services, and a time if that has a year.
+  Ensemble_list ensembles;
+  ensembles.number_of_frequencies = 255;
+  ensembles.service_list[0].ServiceListVersion = ensembles.ensemble_time[0].month = 1;
+  std::stringstream document;
+  EXPECT_EQ(ensembles.json_print_data(document), 0);
+  const auto entries = nlohmann::json::parse(document)["ensembleList"];
+  EXPECT_EQ(entries.size(), 48U);
+  EXPECT_EQ(entries[0].size(), 2U);
 }
 
 }  // namespace

@@ -22,12 +22,12 @@ Bytes sized(const Bytes& list, std::size_t size) {
 }
 
 const std::string head =
-    "\"DigitalServiceList\": {\n\"ServiceListVersion\": 772,\n\"NumberServices\": ";
+    "\"DigitalServiceList\": {\n\"ServiceListVersion\": 33540,\n\"NumberServices\": ";
 
 TEST_F(Service_list, EveryFieldIsWrittenToTheByte) {
-  // Version 0x0304; a data and an audio service, whose bits are each other's complement where they
+  // Version 0x8304; a data and an audio service, whose bits are each other's complement where they
   // can be; components with all four mechanisms.
-  const Bytes list{4,    3,    2,    7,    7,    7,    0x01, 0x00, 0xD3, 0xE1, 0x55, 0xB3, 0x0F,
+  const Bytes list{4,    0x83, 2,    7,    7,    7,    0x01, 0x00, 0xD3, 0xE1, 0x55, 0xB3, 0x0F,
                    7,    'a',  '"',  'b',  '\\', 'c',  0x01, 0xE4, ' ',  ' ',  ' ',  ' ',  ' ',
                    ' ',  ' ',  ' ',  '.',  0x89, 0x80, 0x02, 0x01, 0x21, 0xF3, 0xF1, 0x00, 0xD2,
                    0xEC, 0x0E, 0xFF, 0x21, 0x43, 0x65, 0x87, 0xAA, 0x42, 0xF5, 7,    '"',  '"',
@@ -74,6 +74,10 @@ TEST_F(Service_list, EveryFieldIsWrittenToTheByte) {
   EXPECT_EQ(record.get_new_list(array.data()), 0);
   EXPECT_EQ(record.ServiceEntriesSize, list.size() - 6);
   EXPECT_EQ(ensembles.add_ensemble(47, record, status, time), 0);
+  Bytes too_long(5000);
+  record.ServiceEntries = too_long.data(), record.ServiceEntriesSize = 5000;
+  EXPECT_EQ(ensembles.add_ensemble(0, record, status, time), 0);
+  EXPECT_EQ(ensembles.service_list[0].ServiceEntriesSize, service_list_reply_bytes);
   record.clean();
   EXPECT_EQ(std::tuple(record.ServiceListVersion, record.NumberServices, record.ServiceEntriesSize,
                        record.ServiceEntries),
@@ -148,12 +152,12 @@ TEST_F(Service_list, HostileListIsReadOnlyAsFarAsItGoes) {
        .entries = {entry('A', 15, 14)}}};
   for (const auto& row : lists) {
     SCOPED_TRACE(row.what);
-    Bytes list{4, 3, std::uint8_t(row.services.size()), 0, 0, 0};
+    Bytes list{4, 0x83, std::uint8_t(row.services.size()), 0, 0, 0};
     for (const auto& bytes : row.entries) list.insert(list.end(), bytes.begin(), bytes.end());
     list.resize(list.size() - row.cut);
     // In an array of its own size, so that the sanitizer sees a byte read beyond the end.
     Bytes area(list.begin() + 6, list.end());
-    Si468x_digital_service_list record{772, list[2], std::uint16_t(area.size()), area.data()};
+    Si468x_digital_service_list record{33540, list[2], std::uint16_t(area.size()), area.data()};
     auto text = head + std::to_string(list[2]) + ",\n\"ServiceList\": [\n";
     Si468x_service_data data;
     Si468x_DAB_component component;
@@ -171,7 +175,7 @@ TEST_F(Service_list, HostileListIsReadOnlyAsFarAsItGoes) {
     EXPECT_EQ(record.json_print_data(out), 0);
     EXPECT_EQ(out.str(), text + "]\n}");
   }
-  Si468x_digital_service_list empty{772, 255, 99, nullptr};
+  Si468x_digital_service_list empty{33540, 255, 99, nullptr};
   Si468x_service_data data;
   EXPECT_EQ(with_code(data.get_service(&empty, 254)), std::pair(-4, 127U));
 }
