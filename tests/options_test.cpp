@@ -41,11 +41,11 @@ TEST(Options, EachOptionSetsItsOwnFields) {
       {"-gDtp", {.datetime = 1, .play = 1, .digital_service_list = 1, .station_text = 1}},
       {"-xX --rds_status", {.next = 1, .previous = 1, .rds_status = 1}},
       {"-rju", {.rds_status = 1, .format_json = 1, .full_scan = 1}},
-      {"-f 033 -e 17333 -c 12", {.service = 17333, .component = 12, .frequency = 33}},
+      {"-f 033 -e 17333 -c 65548", {.service = 17333, .component = 65548, .frequency = 33}},
       {"-f 511", {.frequency = 255}},
       {"-f 33 --frequency abc", {.frequency = 0}},
       {"-F 98500 --service=4294967295", {.fm_frequency = 98500, .service = last_service}},
-      {"-o 1", {.i2s_given = 1, .i2s_out = 1}},
+      {"-o 257", {.i2s_given = 1, .i2s_out = 257}},
       {"-o 1 --i2s_out=0", {.i2s_given = 1}},
       {"-y list.txt", {.frequency_list = 1, .frequency_list_file = list_txt}}};
   for (const auto& row : cases) {

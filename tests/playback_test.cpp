@@ -22,8 +22,8 @@ TEST_F(Playback, ServiceIsStartedAndStopped) {
 
 /// A packet that claims `bytes` bytes of payload.
 Bytes packet(std::size_t bytes, const Bytes& payload) {
-  auto all = reply({0xFD, 0x11, 0x22, 0x85, 0x78, 0x56, 0x34, 0x12, 0xF0, 0xDE,
-                    0xBC, 0x9A, 0x77, 0x77, 0,    0,    0x44, 0x33, 0x66, 0x55});
+  auto all = reply({0xFD, 0x91, 0xA2, 0x85, 0x78, 0x56, 0x34, 0x92, 0xF0, 0xDE,
+                    0xBC, 0x9A, 0x77, 0x77, 0,    0,    0x44, 0xB3, 0x66, 0xD5});
   all[19] = std::uint8_t(bytes), all[20] = std::uint8_t(bytes >> 8);
   all.insert(all.end(), payload.begin(), payload.end());
   return all;
@@ -36,7 +36,7 @@ constexpr const char* labels =
 
 TEST_F(Playback, PacketIsReadUnderOneChipSelectWithinItsArray) {
   Si468x_digital_service_data data;
-  for (const std::size_t claimed : {3U, 4U, 4975U, 4976U, 65535U, 0U}) {
+  for (const std::size_t claimed : {3U, 4U, 4975U, 4976U, 32771U, 65535U, 0U}) {
     SCOPED_TRACE(claimed);
     const auto taken = std::min<std::size_t>(claimed, 5000 - 25);
     start().answer({0xEE, 0xEE}).answer(busy).answer(packet(claimed, Bytes(65535, 0xA7)));
@@ -48,8 +48,8 @@ TEST_F(Playback, PacketIsReadUnderOneChipSelectWithinItsArray) {
     EXPECT_EQ(happened(), (Lines{"frame 84 00", "delay_us 10", "read 2", "delay_us 10",
                                  "read " + std::to_string(25 + taken)}));
     EXPECT_EQ(printed([&] { data.print_data(); }),
-              report(labels, "0|1|17|34|2|5|305419896|2596069104|" + std::to_string(taken) +
-                                 "|13124|21862"));
+              report(labels, "0|1|145|162|2|5|2452903544|2596069104|" + std::to_string(taken) +
+                                 "|45892|54630"));
   }
   Bytes into(5000), ones(5000, 0xFF);
   ones[5] = 0xFE;
