@@ -5,6 +5,7 @@
 #pragma once
 
 #include <deque>
+#include <functional>
 #include <utility>
 #include <vector>
 
@@ -35,12 +36,20 @@ class Scripted_device final : public Spi_device {
     current_ = queue_.empty() ? default_ : queue_.front();
     if (!queue_.empty()) queue_.pop_front();
   }
-  std::uint8_t exchange(std::uint8_t /*mosi*/) override {
+  std::uint8_t exchange(std::uint8_t mosi) override {
     const auto at = position_++;
+    if (on_byte) on_byte(at, mosi);
     return at < current_.size() ? current_[at] : std::uint8_t{0};
   }
   void deselect() override {}
-  void reset_line(bool /*is_high*/) override {}
+  void reset_line(bool is_high) override {
+    if (on_reset_line) on_reset_line(is_high);
+  }
+
+  /// Called, if set, with each byte that comes in and its place in the frame, and with the level
+  /// that the reset line takes.
+  std::function<void(std::size_t, std::uint8_t)> on_byte = {};
+  std::function<void(bool)> on_reset_line = {};
 
  private:
   std::deque<std::vector<std::uint8_t>> queue_;

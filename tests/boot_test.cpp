@@ -89,9 +89,8 @@ TEST_F(Boot, EveryFailingStepEndsInItsOwnWay) {
       {.after = at_patch - 1, .then = refused, .code = 110, .wait_us = loaded, .text = no_boot},
       {.after = at_boot + 1, .then = refused, .code = 10, .wait_us = loaded, .text = no_boot},
       {.after = at_boot + 2, .then = overrun, .code = 110, .wait_us = loaded, .text = no_boot}};
-  Marking_chip chip(chip_);
   const auto boot = [&] {
-    sim::attach(chip);
+    mark();
     Si468x_SPI_RSTB_high();
     return power_up_and_load_fw(1);
   };
@@ -124,19 +123,6 @@ TEST_F(Boot, ResultsTellRefusalFromWrongState) {
   EXPECT_EQ(happened(), Lines{"frame 05 00 00 00 78 56 34 12 00 00 00 00"});
 }
 
-/// A chip whose first frame cuts off the end of the file that it is loaded from.
-class Shrinking_chip final : public sim::Spi_device {
- public:
-  explicit Shrinking_chip(const char* path) : path_(path) {}
-  void select() override { std::filesystem::resize_file(path_, 4092); }
-  std::uint8_t exchange(std::uint8_t /*mosi*/) override { return 0x80; }  // clear to send
-  void deselect() override {}
-  void reset_line(bool /*high*/) override {}
-
- private:
-  const char* path_;
-};
-
 TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
   Bytes image(8185);
   for (std::size_t i = 0; i < image.size(); ++i) image[i] = static_cast<std::uint8_t>(i / 7);
@@ -160,8 +146,8 @@ TEST_F(Boot, ImageIsCutIntoBlocksFromMemoryAndFromAFile) {
       EXPECT_EQ(loaded(), Bytes(image.begin(), image.begin() + size));
     }
   }
-  Shrinking_chip chip(path.c_str());
-  sim::attach(chip);
+  // The end of a file is cut off while it is loaded.
+  start().by_default(loader).on_byte = [&](auto...) { std::filesystem::resize_file(path, 4092); };
   EXPECT_EQ(with_code(Si468x_load_firmware(path.data())), std::pair(-6, 1107U));
   std::fclose(file);
   path = "no such file";

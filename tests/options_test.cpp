@@ -131,13 +131,11 @@ TEST_F(Run, DoesAndSaysWhatWasAskedFor) {
 }
 
 TEST_F(Run, ShutsDownBeforeItSaysSo) {
-  Marking_chip chip(chip_);
   start().by_default(ready);
-  sim::attach(chip);
+  mark();
   Si468x_SPI_RSTB_high();
   const auto output = printed([] { with_arguments("-k", run); });
   EXPECT_EQ(behind_notice(output), "SPI bus enabled.\n\n|Si468x shut down\n\n");
-  sim::power_off();
 }
 
 TEST_F(Run, ActsInItsOwnOrder) {

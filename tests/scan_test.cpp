@@ -105,9 +105,8 @@ TEST_F(Scan, FrequencyListFileIsReadLineByLine) {
     EXPECT_EQ(sim::commands(), std::vector<Bytes>(error.empty() ? 1 : 0, sent));
   }
   write("list", good);
-  Marking_chip chip(chip_);
   start().by_default(ready);
-  sim::attach(chip);
+  mark();
   EXPECT_EQ(printed(load_list),
             "Added frequency to frequency list: 174928\n|Sent new frequency "
             "list to the Si468x.\n");
@@ -210,8 +209,7 @@ TEST_F(Scan, AnswersAreTakenAsTheyAreTyped) {
 
 TEST_F(Scan, VisitsNoMoreThanItsSlotsAndShowsEachAtOnce) {
   start().by_default(frame(0x81, 0xC0, {0xFF, 0x01, 0xFF, 0, 30}));  // 255 frequencies, all used
-  Marking_chip chip(chip_);
-  sim::attach(chip);
+  mark();
   std::string expected;
   for (unsigned i = 0; i < 48; ++i) {
     expected += '|' + progress(i == 0 ? 30 : 0, 255) + "||Found ensemble!\n";
@@ -219,7 +217,6 @@ TEST_F(Scan, VisitsNoMoreThanItsSlotsAndShowsEachAtOnce) {
   EXPECT_EQ(printed_with("", dab_full_scan), expected + questions);
   const auto sent = commands();
   EXPECT_EQ(Lines(sent.end() - 3, sent.end()), (Lines{"80 00", "80 00", "bc 01"}));
-  sim::power_off();
   // An entry has a list if that has services, and a time if that has a year.
   Ensemble_list ensembles;
   ensembles.number_of_frequencies = 255;

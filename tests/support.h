@@ -117,27 +117,6 @@ inline Lines happened() {
   return lines;
 }
 
-/// A scripted chip that leaves marks on standard output: "|" among what was printed when it is
-/// reset, and past all buffers when it is to tune, to give its service list or to take frequencies,
-/// so that what had not come out yet comes after it.
-class Marking_chip final : public sim::Spi_device {
- public:
-  explicit Marking_chip(std::optional<sim::Scripted_device>& chip) : chip_(chip) {}
-  void select() override { chip_->select(), is_first_ = true; }
-  std::uint8_t exchange(std::uint8_t mosi) override {
-    if (std::exchange(is_first_, false) && (mosi == 0xB0 || mosi == 0x80 || mosi == 0xB8)) {
-      EXPECT_EQ(write(STDOUT_FILENO, "|", 1), 1);
-    }
-    return chip_->exchange(mosi);
-  }
-  void deselect() override { chip_->deselect(); }
-  void reset_line(bool high) override { std::fputs(high ? "" : "|", stdout); }
-
- private:
-  std::optional<sim::Scripted_device>& chip_;
-  bool is_first_ = false;
-};
-
 /// Every start is a new board with a scripted chip, its bus set up, nothing logged yet.
 class Board : public testing::Test {
  protected:
@@ -155,6 +134,17 @@ class Board : public testing::Test {
     sim::power_on({.faults = faults});
     sim::set_booted(dab);
     EXPECT_EQ(Si468x_bus_init(), 0);
+  }
+
+  /// Have the chip leave marks on standard output: "|" among what was printed when it is reset, and
+  /// past all buffers when it is to tune, to give its service list or to take frequencies, so that
+  /// what had not come out yet comes after it.
+  void mark() {
+    chip_->on_reset_line = [](bool high) { std::fputs(high ? "" : "|", stdout); };
+    chip_->on_byte = [](std::size_t at, std::uint8_t byte) {
+      const bool is_marked = at == 0 && (byte == 0xB0 || byte == 0x80 || byte == 0xB8);
+      EXPECT_EQ(write(STDOUT_FILENO, "|", is_marked), is_marked);
+    };
   }
 
   template <class Operation>
