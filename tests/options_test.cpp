@@ -130,14 +130,6 @@ TEST_F(Run, DoesAndSaysWhatWasAskedFor) {
   EXPECT_EQ(commands().at(3), "13 00 00 08 01 00");  // the low 8 bits of 256
 }
 
-TEST_F(Run, ShutsDownBeforeItSaysSo) {
-  start().by_default(ready);
-  mark();
-  Si468x_SPI_RSTB_high();
-  const auto output = printed([] { with_arguments("-k", run); });
-  EXPECT_EQ(behind_notice(output), "SPI bus enabled.\n\n|Si468x shut down\n\n");
-}
-
 TEST_F(Run, ActsInItsOwnOrder) {
   for (const auto* line : {"-k -t -n -D -g -d -i -l 5 -p -c 12 -e 17333 -f 33 -o 1",
                            "-o 1 -f 33 -e 17333 -c 12 -p -l 5 -i -d -g -D -n -t -k"}) {

@@ -179,9 +179,11 @@ TEST_F(Scan, DocumentIsWrittenToTheByteAndBuffersAreReused) {
 
 TEST_F(Scan, ComesAfterTheReportsAndBeforeTheShutdown) {
   if (geteuid() != 0) GTEST_SKIP() << "a run needs root";
-  sim::power_on({});
-  sim::set_booted(false);  // the FM firmware has no frequency list
-  printed_with("", [] { return with_arguments("-k -u -r", run); });
+  start().by_default(reply({0}));  // no frequencies
+  Si468x_SPI_RSTB_high();
+  mark();
+  const auto output = printed_with("", [] { return with_arguments("-k -u -r", run); });
+  EXPECT_TRUE(output.ends_with("Thank you\n|Si468x shut down\n\n")) << output;
   EXPECT_EQ(commands().back(), "b9 00");
   EXPECT_EQ(happened().back(), "close");
 }
