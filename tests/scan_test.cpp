@@ -219,8 +219,10 @@ TEST_F(Scan, VisitsNoMoreThanItsSlotsAndShowsEachAtOnce) {
   EXPECT_EQ(printed_with("", dab_full_scan), expected + questions);
   const auto sent = commands();
   EXPECT_EQ(Lines(sent.end() - 3, sent.end()), (Lines{"80 00", "80 00", "bc 01"}));
-  // An entry has a list if that has services, and a time if that has a year.
   Ensemble_list ensembles;
+  const auto beyond = [&] { return ensembles.visit(48, ensembles.digrad_status[0], [] {}) + 6; };
+  EXPECT_EQ(printed_with("", beyond), "|||");
+  // An entry has a list if that has services, and a time if that has a year.
   ensembles.number_of_frequencies = 255;
   ensembles.service_list[0].ServiceListVersion = ensembles.ensemble_time[0].month = 1;
   std::stringstream document;
