@@ -43,17 +43,17 @@ const std::map<int (*)(), const char*> layouts{
      "Info available:|Service list available:|Service list version:"}};
 
 // Bytes 5 to 23 all different; RSSI, SNR and offset would be negative as signed bytes.
-const Bytes digrad_reply = reply({0x0A, 0x05, 0xF6, 0xE7, 0x61, 0x17, 0xFE, 0xCA, 0x50, 0xAB, 0x02,
-                                  0x91, 0x21, 0xF9, 0x34, 0x92, 0x78, 0xD6, 0x1F});
+const Bytes digrad_reply = reply({0x0A, 0x05, 0xF6, 0xE7, 0xE1, 0xF7, 0xFE, 0xCA, 0x50, 0xAB, 0x02,
+                                  0x91, 0xC1, 0xF9, 0x34, 0x92, 0x78, 0xD6, 0xDF});
 const Bytes ones = frame(0x80, 0xC0, Bytes(19, 0xFF));
 const Bytes dead(24, 0xFF);
 
 TEST_F(Records, ReportsAreExactAndShowZerosForAFailedRead) {
   const std::tuple<int (*)(), Bytes, std::string, std::uint32_t> cases[]{
       {print_digrad_status, digrad_reply,
-       "0|1|0|0|1|0|0|1|1|246|231|97|23|51966|2432871248|33|249|37428|54904|31", 0},
+       "0|1|0|0|1|0|0|1|1|246|231|225|247|51966|2432871248|193|249|37428|54904|223", 0},
       {print_digrad_status_json, digrad_reply,
-       "0|1|0|1|0|0|0|1|1|246|231|97|23|51966|-1862096048|33|249|37428|54904|31", 0},
+       "0|1|0|1|0|0|0|1|1|246|231|225|247|51966|-1862096048|193|249|37428|54904|223", 0},
       {print_event_status, reply({0xCB, 0xFE, 0x34, 0x12}), "1|1|1|1|1|1|0|4660", 0},
       {print_event_status, ones, "1|1|1|1|1|1|1|65535", 0},
       // Without SVN information its location and id stay 0.
