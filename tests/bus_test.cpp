@@ -88,9 +88,8 @@ TEST_F(Bus, FrameThatTheKernelEndsIsGivenUp) {
   EXPECT_EQ(Si468x_SPI_RW_data_noCS(next.data(), 1), 0);
   Si468x_SPI_CS_high();
   EXPECT_EQ(next, Bytes{11});
-  for (const auto bytes_wanted : {std::uint16_t{0}, std::uint16_t{300}}) {  // no chip select
-    EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), bytes_wanted), 0);
-  }
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 0), 0);  // without chip select
+  EXPECT_EQ(Si468x_SPI_RW_data_noCS(bytes.data(), 300), 0);
   EXPECT_EQ(bytes, Bytes(300, 0x11));
   EXPECT_EQ(sim::wire_bytes(), 11U);
 }

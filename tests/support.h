@@ -87,10 +87,13 @@ inline std::string report(const std::string& labels, const std::string& values) 
   return out.str();
 }
 
-/// The program's output after its notice, which ends with an empty line.
+/// The program's output after its notice.
 inline std::string behind_notice(const std::string& output) {
-  const std::string head = "Starting...kestrel DAB radio client\nkestrel 1.4.0\nPlease note:\n";
-  EXPECT_EQ(output.substr(0, head.size()), head);
+  const std::string notice =
+      "Starting...kestrel DAB radio client\nkestrel 1.4.0\nPlease note:\n"
+      "The receiver plays on when kestrel has ended; -k shuts it down.\n"
+      "While kestrel runs, nothing else may use SPI0 or GPIO 7 and 23.\n\n";
+  EXPECT_EQ(output.substr(0, notice.size()), notice);
   return output.substr(output.find("\n\n") + 2);
 }
 
