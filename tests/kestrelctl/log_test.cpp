@@ -88,12 +88,8 @@ TEST(Survey_test, TellsWhatAppearsAndDisappears) {
   Service one, two;
   one.id = 1, one.name = "One";
   two.id = 2, two.name = "Two";
-  struct Row_of_table {
-    bool has_ensemble;
-    std::vector<Service> services;
-    std::vector<std::string> expected;  ///< after the detection
-  };
-  const std::vector<Row_of_table> table{
+  // Whether there is an ensemble, its services, and the rows after the detection.
+  const std::vector<std::tuple<bool, std::vector<Service>, std::vector<std::string>>> table{
       {false, {}, {}},
       {true, {one}, {"appeared ensemble "}},
       {true, {one, two}, {"appeared service Two 2"}},

@@ -11,9 +11,9 @@
 #include <random>
 
 #include "../directory.h"
+#include "../support.h"
 #include "kestrelctl/commands.h"
 #include "si468x/dab_tuning.h"
-#include "sim/board.h"
 
 namespace {
 
@@ -29,12 +29,6 @@ class Radio_test : public testing::Test, protected Directory {
   }
   void TearDown() override { sim::power_off(); }
 
-  template <class Action>
-  static std::string printed(Action action) {
-    testing::internal::CaptureStdout();
-    action();
-    return testing::internal::GetCapturedStdout();
-  }
   [[nodiscard]] Station station(const std::string& name) const {
     const auto found = find_stations(store_.stations(), name);
     return found.size() == 1 ? found.front() : Station{};

@@ -136,15 +136,9 @@ std::vector<Scan> some_scans() {
 
 TEST(Stations, AreFoundByNameAsCloseAsPossible) {
   const auto stations = list_stations(some_scans());
-  struct Row {
-    std::string name;
-    Station_filter filter;
-    std::string found;
-  };
-  const Row rows[]{
-      {"alpha",
-       {},
-       "Alpha 227360,"},  // the whole name; of two places the stronger; no data service
+  const std::tuple<std::string, Station_filter, std::string> rows[]{
+      // The whole name; of two places the stronger; no data service.
+      {"alpha", {}, "Alpha 227360,"},
       {"alpha", {.block = "5a"}, "Alpha 174928,"},
       {"alpha", {.service_id = 0xE0001234}, "Alpha 227360,"},
       {"ALPH", {}, "Alpha 227360,Alphabet 227360,"},

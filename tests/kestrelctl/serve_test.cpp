@@ -4,6 +4,8 @@
 // the page in a browser, connections that are idle or slow.
 #include <gtest/gtest.h>
 
+#include <tuple>
+
 #include "kestrelctl/serve_rules.h"
 
 namespace {
@@ -41,11 +43,8 @@ TEST(ServeRules, UnderstandsWhatIsAskedForAndNothingElse) {
   constexpr const char* volume_range = "\"volume\" must be a whole number from 0 to 63.";
   constexpr const char* either = "Either \"preset\" or \"station\" is expected.";
   constexpr const char* object = "A JSON object is expected.";
-  const struct {
-    const char* path;
-    const char* body;
-    const char* expected;
-  } rows[]{
+  // A path, a body, and what is made of them.
+  const std::tuple<const char*, const char*, const char*> rows[]{
       {"/api/play", R"({"preset": 999})", "play 999"},
       {"/api/play",
        R"({"station": {"frequency_khz": 227360, "service_id": 17333, "component_id": 12}})",
@@ -114,11 +113,7 @@ TEST(ServeRules, AnswersTheOwnPageUnderAnOwnNameAlone) {
   auto look = press;
   look.is_post = false;
   look.path = "/api/status";
-  const struct {
-    const Access& access;
-    Request_head request;
-    int status;
-  } rows[]{
+  const std::tuple<const Access&, Request_head, int> rows[]{
       {open, page, 0},
       {open, press, 0},
       {guarded, press, 0},
@@ -153,19 +148,15 @@ TEST(ServeRules, AnswersTheOwnPageUnderAnOwnNameAlone) {
       {guarded, with(look, &Head::authorization, "Bearer "), 401},
       {open, with(press, &Head::content_type, "text/plain"), 415},
   };
-  for (const auto& row : rows) {
-    const auto refusal = refuse(row.access, row.request);
-    EXPECT_EQ(refusal ? refusal->status : 0, row.status)
-        << "row " << &row - rows << ": " << row.request.host << ' ' << row.request.origin;
+  for (const auto& [access, request, status] : rows) {
+    const auto refusal = refuse(access, request);
+    EXPECT_EQ(refusal ? refusal->status : 0, status) << request.host << ' ' << request.origin;
   }
 }
 
 TEST(ServeRules, KnowsWhichAddressesOtherMachinesReach) {
   // The address, the port and whether it is the loopback's; none: not an address.
-  const struct {
-    const char* text;
-    const char* expected;
-  } rows[]{
+  const std::pair<const char*, const char*> rows[]{
       {"127.0.0.1:8468", "127.0.0.1 8468 loopback"},
       {"localhost:0", "127.0.0.1 0 loopback"},
       {"[::1]:65535", "::1 65535 loopback"},
