@@ -45,6 +45,7 @@ Json describe_as_json(const Now& now) {
       {"muted", if_tuned(is_dab, reception.is_muted)},
       {"multipath", if_tuned(is_fm, reception.multipath)},
       {"volume", now.volume},
+      {"stopped", if_tuned(is_fm, now.is_silent)},
       {"text", text_or_null(now.text.text)},
       {"title", text_or_null(now.text.title)},
       {"artist", text_or_null(now.text.artist)},
