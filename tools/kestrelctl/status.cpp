@@ -22,6 +22,19 @@ namespace {
 using namespace std::chrono_literals;
 using Lines = std::vector<std::pair<std::string, std::string>>;
 
+void add_rds(Lines& lines, const Rds_state& rds) {
+  if (rds.pi) lines.emplace_back("PI", fmt::format("{:04X}", *rds.pi));
+  if (rds.pty) lines.emplace_back("Type", programme_type_name(*rds.pty, true));
+  if (rds.tp.value_or(false)) {
+    lines.emplace_back("Traffic", rds.ta.value_or(false) ? "announcement" : "announced here");
+  }
+  std::string others;
+  for (const auto khz : rds.alternatives_khz) {
+    others += (others.empty() ? "" : ", ") + describe_frequency(khz);
+  }
+  if (!others.empty()) lines.emplace_back("Also on", others);
+}
+
 /// What is known, a label and a value each, in the order in which people ask.
 Lines describe_lines(const Now& now) {
   Lines lines;
@@ -39,16 +52,7 @@ Lines describe_lines(const Now& now) {
     add("Signal",
         fmt::format("{} dBuV, SNR {} dB, multipath {} %{}", reception.rssi_dbuv, reception.snr_db,
                     reception.multipath, reception.is_received ? "" : ", not a station"));
-    if (now.rds.pi) add("PI", fmt::format("{:04X}", *now.rds.pi));
-    if (now.rds.pty) add("Type", std::string(programme_type_name(*now.rds.pty, true)));
-    if (now.rds.tp.value_or(false)) {
-      add("Traffic", now.rds.ta.value_or(false) ? "announcement" : "announced here");
-    }
-    std::string others;
-    for (const auto khz : now.rds.alternatives_khz) {
-      others += (others.empty() ? "" : ", ") + describe_frequency(khz);
-    }
-    add("Also on", others);
+    add_rds(lines, now.rds);
   } else {
     add("Signal", fmt::format("{} dBuV, SNR {} dB, FIC quality {} %{}{}", reception.rssi_dbuv,
                               reception.snr_db, reception.fic_quality,
