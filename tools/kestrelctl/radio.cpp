@@ -19,7 +19,7 @@ constexpr unsigned first_volume = 40;
 std::string format_local(const Rds_time& time) {
   const auto offset = time.utc_offset.count();
   return fmt::format("{:%FT%H:%M}{}{:02}:{:02}",
-                     fmt::gmtime(std::chrono::seconds(time.local.time_since_epoch()).count()),
+                     fmt::gmtime(std::chrono::sys_seconds(time.local.time_since_epoch())),
                      offset < 0 ? '-' : '+', std::abs(offset) / 60, std::abs(offset) % 60);
 }
 
