@@ -94,7 +94,7 @@ void write_output(const std::string& name, std::string_view text, const std::vec
 
 std::string host_name() {
   std::array<char, 256> name{};
-  return fold(gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "radio");
+  return gethostname(name.data(), name.size() - 1) == 0 ? name.data() : "radio";
 }
 
 }  // namespace kestrelctl

@@ -33,7 +33,7 @@ bool write_file_atomically(const std::filesystem::path& path, std::string_view t
 /// std::runtime_error when it cannot be written, or is one of the scans that the text was made of.
 void write_output(const std::string& name, std::string_view text, const std::vector<Scan>& scans);
 
-/// The machine's name, in small letters; "radio" if it has none.
+/// The machine's name; "radio" if it has none.
 std::string host_name();
 
 }  // namespace kestrelctl

@@ -186,7 +186,8 @@ int serve_command(Store& store, const Serve_options& options) {
                               options.listen),
                   exit_status::usage);
   }
-  Access access{.names = {"localhost", host_name(), host_name() + ".local"},
+  const auto name = fold(host_name());
+  Access access{.names = {"localhost", name, name + ".local"},
                 .port = listen->port,
                 .token = options.token_file.empty() ? "" : read_token(options.token_file)};
   Bounded_server server;
